@@ -1,0 +1,54 @@
+/*
+ * ZBBase.h: what every Zenbor header shares: the export macro, the C linkage
+ * brackets and the no-exception marker of the flat C interface.
+ *
+ * Zenbor's interface is plain C (C99 and C++ both compile these headers). In
+ * C++ every function is declared noexcept: no exception ever crosses it.
+ */
+#ifndef ZENBOR_ZBBASE_H
+#define ZENBOR_ZBBASE_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(ZENBOR_STATIC)
+#  define ZB_EXPORT
+#elif defined(_WIN32)
+#  if defined(ZENBOR_BUILDING)
+#    define ZB_EXPORT __declspec(dllexport)
+#  else
+#    define ZB_EXPORT __declspec(dllimport)
+#  endif
+#else
+#  define ZB_EXPORT __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+#  define ZB_EXTERN_C_BEGIN extern "C" {
+#  define ZB_EXTERN_C_END }
+#  define ZB_NOEXCEPT noexcept
+#else
+#  define ZB_EXTERN_C_BEGIN
+#  define ZB_EXTERN_C_END
+#  define ZB_NOEXCEPT
+#endif
+
+#if defined(__GNUC__) || defined(__clang__)
+#  define ZB_NORETURN __attribute__((noreturn))
+#  if defined(__MINGW32__)
+/* The library formats with its own engine, which knows %zu and %lld. */
+#    define ZB_PRINTF_LIKE(fmt, args) __attribute__((format(gnu_printf, fmt, args)))
+#  else
+#    define ZB_PRINTF_LIKE(fmt, args) __attribute__((format(printf, fmt, args)))
+#  endif
+#  define ZB_LIKELY(x) __builtin_expect(!!(x), 1)
+#  define ZB_UNLIKELY(x) __builtin_expect(!!(x), 0)
+#else
+#  define ZB_NORETURN
+#  define ZB_PRINTF_LIKE(fmt, args)
+#  define ZB_LIKELY(x) (x)
+#  define ZB_UNLIKELY(x) (x)
+#endif
+
+#endif /* ZENBOR_ZBBASE_H */

@@ -1,0 +1,6 @@
+// Logging's part in the library's load-time start-up.
+#pragma once
+
+// Creates the ring of recent lines, installs the debugger-output sink and
+// honours "ZBLOG_TO_FILE". Runs once, before any line is written.
+void _ZBLogStartup() noexcept;

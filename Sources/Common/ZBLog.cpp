@@ -1,0 +1,325 @@
+// The log: site determination, line composition, the ring of recent lines,
+// the sinks, and the end of the process on Fatal messages.
+//
+// One process-wide lock guards the configuration, the list of determined
+// sites, every site's first determination, the ring and each sink's write.
+// It is never held while a message is formatted.
+#include "ZBLog.h"
+
+#include "ZBAlloc.h"
+#include "ZBBuffer.h"
+#include "ZBEnvironment.h"
+#include "ZBLogConfiguration.h"
+#include "ZBLogPrivate.h"
+#include "ZBPlatform.h"
+
+#include <cstdio>
+#include <cstring>
+#include <pthread.h>
+
+namespace {
+
+constexpr uint32_t kRingCapacity = 32768;
+constexpr uint32_t kSiteFlagsMask = ~ZBLogSiteLineMask;
+
+pthread_mutex_t sLogLock = PTHREAD_MUTEX_INITIALIZER;
+ZBLogConfiguration sConfiguration = {
+    "ZBLOG_LEVEL", "ZBLOG_CONFIG", "ZBLOG_CONFIG_FILE", 0, nullptr, {}, ZBLogLevelInfo};
+ZBLogSite *sDeterminedSites; // newest first
+ZBCircularBuffer *sRing;
+void *sLogFile;
+
+pthread_mutex_t sAnalyticsLock = PTHREAD_MUTEX_INITIALIZER;
+void *sAnalyticsCounter;
+ZBBugReportCallback sBugReportCallback;
+
+class LogLock {
+public:
+  LogLock() { pthread_mutex_lock(&sLogLock); }
+  ~LogLock() { pthread_mutex_unlock(&sLogLock); }
+  LogLock(const LogLock &) = delete;
+  LogLock &operator=(const LogLock &) = delete;
+};
+
+void debuggerSink(int32_t, const char *line) {
+  LogLock lock;
+  zb::platform::debugOutput(line);
+}
+
+void fileSink(int32_t, const char *line) {
+  LogLock lock;
+  zb::platform::writeLogFile(sLogFile, line, std::strlen(line));
+}
+
+void (*sSink)(int32_t level, const char *line) = debuggerSink;
+
+const char *levelName(int32_t level) {
+  static constexpr const char *kNames[] = {"FATAL", "ERROR", "WARNING", "INFO", "DEBUG",
+                                           "VERBOSE"};
+  if (level < ZBLogLevelFatal || level > ZBLogLevelVerbose)
+    return "UNKNOWN";
+  return kNames[level - ZBLogLevelFatal];
+}
+
+const char *baseName(const char *path) {
+  const char *base = path ? path : "";
+  for (const char *cursor = base; *cursor != '\0'; ++cursor)
+    if (*cursor == '/' || *cursor == '\\')
+      base = cursor + 1;
+  return base;
+}
+
+// The caller's thread name; threads carry none until they are named.
+const char *currentThreadName() { return ""; }
+
+// The message as a new text; empty when memory runs out.
+char *formatMessage(const char *format, va_list arguments) {
+  va_list measuring;
+  va_copy(measuring, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, measuring);
+  va_end(measuring);
+  if (length < 0)
+    return nullptr;
+  auto *text = static_cast<char *>(_ZBAlloc(size_t(length) + 1));
+  if (text != nullptr)
+    std::vsnprintf(text, size_t(length) + 1, format, arguments);
+  return text;
+}
+
+// "[2026-01-02 03:04:05.678][file:line] (pid/tid) name: function: LEVEL: message\r\n"
+char *decorateLine(int32_t level, const char *function, const char *file, uint32_t line,
+                   const char *message) {
+  const int64_t now = zb::platform::unixTimeNanoseconds();
+  const int64_t seconds = now / 1000000000;
+  const unsigned milliseconds = static_cast<unsigned>((now % 1000000000) / 1000000);
+  char calendar[32] = "";
+  std::tm local{};
+  if (zb::platform::localTime(seconds, &local))
+    std::strftime(calendar, sizeof calendar, "%Y-%m-%d %H:%M:%S", &local);
+  char stamp[48];
+  std::snprintf(stamp, sizeof stamp, "%s.%03u", calendar, milliseconds);
+
+  char identity[96];
+  std::snprintf(identity, sizeof identity, "(%lu/%lu) %s:",
+                static_cast<unsigned long>(zb::platform::processID()),
+                static_cast<unsigned long>(zb::platform::currentThreadID()),
+                currentThreadName());
+
+  // The empty prefix and suffix are where a background colour would go.
+  const char *const kLineFormat = "%s[%s][%s:%u] %s %s: %s: %s%s\r\n";
+  const char *base = baseName(file);
+  const char *name = function ? function : "";
+  const int length = std::snprintf(nullptr, 0, kLineFormat, "", stamp, base, line, identity,
+                                   name, levelName(level), message, "");
+  auto *text = static_cast<char *>(_ZBAlloc(size_t(length) + 1));
+  if (text != nullptr)
+    std::snprintf(text, size_t(length) + 1, kLineFormat, "", stamp, base, line, identity, name,
+                  levelName(level), message, "");
+  return text;
+}
+
+void writeLine(int32_t level, uint32_t flags, const char *function, const char *file,
+               uint32_t line, const char *format, va_list arguments) {
+  if ((flags & ZBLogSiteFlagTrace) == 0) {
+    char *message = formatMessage(format, arguments);
+    const char *text = message ? message : "";
+    char *decorated = level == ZBLogLevelRaw ? nullptr
+                                             : decorateLine(level, function, file, line, text);
+    const char *output = level == ZBLogLevelRaw ? text : (decorated ? decorated : text);
+    {
+      LogLock lock;
+      if (sRing != nullptr)
+        ZBCircularBufferEnqueue(sRing, output, static_cast<uint32_t>(std::strlen(output)));
+    }
+    sSink(level, output);
+    _ZBFree(decorated);
+    _ZBFree(message);
+  }
+  if (flags & ZBLogSiteFlagBacktrace)
+    zb::platform::printBacktrace();
+  if (level == ZBLogLevelFatal && (flags & ZBLogSiteFlagNoAbort) == 0)
+    ZBAbortWithBacktrace();
+}
+
+// Matches the site against the rules and stores level and flags; the line
+// bits are kept. Called with the lock held.
+void determineSite(ZBLogSite *site) {
+  uint32_t flags = 0;
+  const int32_t level = zb::log::matchSite(sConfiguration, site->file, site->function,
+                                           site->lineWord & ZBLogSiteLineMask, &flags);
+  site->lineWord = (site->lineWord & ZBLogSiteLineMask) | (flags & kSiteFlagsMask);
+  __atomic_store_n(&site->level, level, __ATOMIC_RELEASE);
+}
+
+} // namespace
+
+void _ZBLogStartup() noexcept {
+  const char *logFile = ZBEnvironmentGetEnv("ZBLOG_TO_FILE");
+  char *path = nullptr;
+  if (logFile != nullptr) {
+    const size_t length = std::strlen(logFile);
+    path = static_cast<char *>(_ZBAlloc(length + 1));
+    std::memcpy(path, logFile, length + 1);
+  }
+  sRing = ZBCircularBufferCreate(kRingCapacity);
+  sSink = debuggerSink;
+  if (path != nullptr)
+    ZBLogSetFile(path);
+  _ZBFree(path);
+}
+
+extern "C" bool ZBLogDetermineLogLevel(int32_t level, ZBLogSite *site, const char *file,
+                                       const char *function, uint32_t line) noexcept {
+  if (site->level == ZBLogSiteLevelFixedWarning) {
+    site->level = ZBLogLevelWarning;
+    return ZBLogLevelWarning >= level;
+  }
+  LogLock lock;
+  if (site->level == 0) {
+    site->file = file;
+    site->function = function;
+    site->lineWord = (site->lineWord & kSiteFlagsMask) | (line & ZBLogSiteLineMask);
+    if (!zb::log::isLoaded(sConfiguration))
+      zb::log::loadConfiguration(sConfiguration);
+    determineSite(site);
+    site->next = sDeterminedSites;
+    sDeterminedSites = site;
+  }
+  return site->level >= level;
+}
+
+extern "C" int32_t _ZBLogDetermineLogLevelForDynamicSite(const ZBLogSite *site,
+                                                         uint32_t *outFlags) noexcept {
+  uint32_t flags = 0;
+  const int32_t level = zb::log::matchSite(sConfiguration, site->file, site->function,
+                                           site->lineWord & ZBLogSiteLineMask, &flags);
+  if (outFlags != nullptr)
+    *outFlags = flags;
+  return level;
+}
+
+extern "C" void ZBLogS(int32_t level, ZBLogSite *site, const char *function, const char *file,
+                       uint32_t line, const char *format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  writeLine(level, site ? site->lineWord & kSiteFlagsMask : 0, function, file, line, format,
+            arguments);
+  va_end(arguments);
+}
+
+extern "C" void ZBLogSUnsafe(int32_t level, ZBLogSite *site, const char *function,
+                             const char *file, uint32_t line, const char *format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  writeLine(level, site ? site->lineWord & kSiteFlagsMask : 0, function, file, line, format,
+            arguments);
+  va_end(arguments);
+}
+
+extern "C" void ZBLogX(int32_t level, const char *function, const char *file, uint32_t line,
+                       const char *format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  writeLine(level, 0, function, file, line, format, arguments);
+  va_end(arguments);
+}
+
+extern "C" void ZBLogXUnsafe(int32_t level, const char *function, const char *file,
+                             uint32_t line, const char *format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  writeLine(level, 0, function, file, line, format, arguments);
+  va_end(arguments);
+}
+
+extern "C" void ZBLogv(int32_t level, const char *function, const char *file, uint32_t line,
+                       const char *format, va_list arguments) noexcept {
+  writeLine(level, 0, function, file, line, format, arguments);
+}
+
+extern "C" void ZBLogFatalAssertion(const char *function, const char *file, uint32_t line,
+                                    const char *, const char *message) noexcept {
+  const bool hasMessage = message != nullptr && message[0] != '\0';
+  ZBLogX(ZBLogLevelFatal, function, file, line, "Assertion failed%s%s", hasMessage ? ": " : "",
+         hasMessage ? message : "");
+  ZBAbortWithBacktrace();
+}
+
+extern "C" void ZBAbort(void) noexcept { zb::platform::abortProcess(); }
+
+extern "C" void ZBAbortWithBacktrace(void) noexcept {
+  zb::platform::printBacktrace();
+  ZBAbort();
+}
+
+extern "C" void ZBLogNYICounter(const char *, uint32_t) noexcept {}
+
+extern "C" void ZBLogSetFile(const char *path) noexcept {
+  void *file = path ? zb::platform::openLogFile(path) : nullptr;
+  if (file == nullptr) {
+    ZB_LOG_AT(ZBLogLevelError, "ZBLogSetFile", "", 1237, "Could not open for writing: `%s`",
+              path ? path : "");
+    return;
+  }
+  LogLock lock;
+  // An earlier log file stays open: lines may still be on their way to it.
+  sLogFile = file;
+  sSink = fileSink;
+}
+
+extern "C" void ZBLogSetQVAnalyticsLogCounterPtr(void *pointer) noexcept {
+  pthread_mutex_lock(&sAnalyticsLock);
+  const bool alreadySet = sAnalyticsCounter != nullptr;
+  if (!alreadySet)
+    sAnalyticsCounter = pointer;
+  pthread_mutex_unlock(&sAnalyticsLock);
+  if (alreadySet)
+    ZB_LOG_FATAL_AT("ZBLogSetQVAnalyticsLogCounterPtr", __FILE__, 1264,
+                    "sZBLogQVAnalyticsLogCounterPtr should only be set once!");
+}
+
+extern "C" int32_t ZBLogBufferCopyBytes(void *destination, uint32_t capacity) noexcept {
+  LogLock lock;
+  if (sRing == nullptr || destination == nullptr)
+    return 0;
+  return ZBCircularBufferCopyBytes(sRing, destination, capacity);
+}
+
+extern "C" ZBCircularBuffer *ZBLogGetLogBufferThreadUnsafeDoNotUse(void) noexcept {
+  return sRing;
+}
+
+extern "C" void ZBLogSetBackgroundColor(uint32_t) noexcept { LogLock lock; }
+
+extern "C" void ZBLogEnvironmentReset(void) noexcept {
+  LogLock lock;
+  zb::log::clearConfiguration(sConfiguration);
+  zb::log::loadConfiguration(sConfiguration);
+  for (ZBLogSite *site = sDeterminedSites; site != nullptr; site = site->next)
+    determineSite(site);
+}
+
+extern "C" int32_t ZBCrashDumpFixImmediately(void) noexcept {
+  // No crash-dump handler exists in this build.
+  ZB_LOG_FATAL_AT("ZBCrashDumpFixImmediately", __FILE__, 1388, "NOT YET IMPLEMENTED");
+}
+
+extern "C" void ZBCRSetTriggerBugReportCallback(ZBBugReportCallback callback) noexcept {
+  sBugReportCallback = callback;
+}
+
+extern "C" void ZBCRTriggerBugReport(void *context) noexcept {
+  if (sBugReportCallback != nullptr)
+    sBugReportCallback(context);
+}
+
+extern "C" {
+ZBLogSite ZBLogLabelSiteCommandQueue;
+ZBLogSite ZBLogLabelSiteKeyboard;
+ZBLogSite ZBLogLabelSiteRigid;
+ZBLogSite ZBLogLabelSiteShadow;
+ZBLogSite ZBLogLabelSiteUWPAlert;
+ZBLogSite ZBLogLabelSiteUWPAlertGeometry;
+ZBLogSite ZBLogLabelSiteUWPAlertStateMachine;
+ZBLogSite ZBLogLabelSiteZBLogTestLabel;
+}

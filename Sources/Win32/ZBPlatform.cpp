@@ -1,0 +1,131 @@
+// Windows implementations of the services platform-neutral code needs:
+// identity, wall time, debugger output, the log file, backtraces, the
+// abnormal end of the process and the system environment.
+#include "ZBPlatform.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <memory>
+#include <string>
+
+namespace zb::platform {
+namespace {
+
+// FILETIME ticks (100 ns since 1601) at 1970-01-01.
+constexpr int64_t kUnixEpochTicks = 116444736000000000LL;
+// The non-continuable exception that marks a deliberate abort.
+constexpr DWORD kAbortExceptionCode = 0xC0000025;
+constexpr int kMaxBacktraceFrames = 62;
+
+std::wstring widen(const char *text) {
+  const int units = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
+  if (units <= 0)
+    return std::wstring();
+  std::wstring wide(static_cast<size_t>(units), L'\0');
+  MultiByteToWideChar(CP_UTF8, 0, text, -1, wide.data(), units);
+  wide.resize(static_cast<size_t>(units - 1));
+  return wide;
+}
+
+// The library's paths use "/" and may spell a drive as "/C:/..."; the file
+// call wants "C:\...".
+std::wstring nativePath(const char *path) {
+  std::wstring wide = widen(path);
+  if (wide.size() >= 3 && wide[0] == L'/' && wide[2] == L':')
+    wide.erase(0, 1);
+  for (wchar_t &unit : wide)
+    if (unit == L'/')
+      unit = L'\\';
+  return wide;
+}
+
+} // namespace
+
+uint32_t processID() noexcept { return GetCurrentProcessId(); }
+
+uint32_t currentThreadID() noexcept { return GetCurrentThreadId(); }
+
+int64_t unixTimeNanoseconds() noexcept {
+  FILETIME now;
+  GetSystemTimePreciseAsFileTime(&now);
+  const int64_t ticks =
+      (static_cast<int64_t>(now.dwHighDateTime) << 32) | static_cast<int64_t>(now.dwLowDateTime);
+  return (ticks - kUnixEpochTicks) * 100;
+}
+
+bool localTime(int64_t unixSeconds, std::tm *out) noexcept {
+  const __time64_t seconds = unixSeconds;
+  return _localtime64_s(out, &seconds) == 0;
+}
+
+void debugOutput(const char *line) noexcept { OutputDebugStringA(line); }
+
+void *openLogFile(const char *path) noexcept {
+  try {
+    HANDLE file = CreateFileW(nativePath(path).c_str(), GENERIC_WRITE,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH,
+                              nullptr);
+    return file == INVALID_HANDLE_VALUE ? nullptr : file;
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+void writeLogFile(void *file, const char *bytes, size_t length) noexcept {
+  DWORD written = 0;
+  WriteFile(static_cast<HANDLE>(file), bytes, static_cast<DWORD>(length), &written, nullptr);
+  FlushFileBuffers(static_cast<HANDLE>(file));
+}
+
+void printBacktrace() noexcept {
+  void *frames[kMaxBacktraceFrames];
+  const USHORT count = RtlCaptureStackBackTrace(1, kMaxBacktraceFrames, frames, nullptr);
+  std::fprintf(stderr, "Backtrace of thread %lu:\n", GetCurrentThreadId());
+  for (USHORT i = 0; i < count; ++i) {
+    HMODULE module = nullptr;
+    char name[MAX_PATH] = "?";
+    if (GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
+                               GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                           static_cast<LPCSTR>(frames[i]), &module))
+      GetModuleFileNameA(module, name, sizeof name);
+    const char *base = std::strrchr(name, '\\');
+    const uintptr_t offset = reinterpret_cast<uintptr_t>(frames[i]) -
+                             reinterpret_cast<uintptr_t>(module);
+    std::fprintf(stderr, "  #%02u %p %s+0x%llx\n", static_cast<unsigned>(i), frames[i],
+                 base ? base + 1 : name, static_cast<unsigned long long>(offset));
+  }
+  std::fflush(stderr);
+}
+
+void abortProcess() noexcept {
+  RaiseException(kAbortExceptionCode, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+  _exit(1);
+}
+
+void enumerateEnvironment(void (*visit)(const char *entry, void *context),
+                          void *context) noexcept {
+  wchar_t *block = GetEnvironmentStringsW();
+  if (block == nullptr)
+    return;
+  for (const wchar_t *entry = block; *entry != L'\0'; entry += std::wcslen(entry) + 1) {
+    // Entries such as "=C:=C:\dir" are the shell's per-drive directories.
+    if (entry[0] == L'=')
+      continue;
+    const int bytes = WideCharToMultiByte(CP_UTF8, 0, entry, -1, nullptr, 0, nullptr, nullptr);
+    if (bytes <= 0)
+      continue;
+    std::unique_ptr<char[]> utf8(new (std::nothrow) char[static_cast<size_t>(bytes)]);
+    if (!utf8)
+      continue;
+    WideCharToMultiByte(CP_UTF8, 0, entry, -1, utf8.get(), bytes, nullptr, nullptr);
+    visit(utf8.get(), context);
+  }
+  FreeEnvironmentStringsW(block);
+}
+
+} // namespace zb::platform

@@ -1,0 +1,63 @@
+# Checks zenbor.dll's tables: it exports exactly the ZB_EXPORT declarations
+# of the public headers, and imports system DLLs only (the C++ runtime and
+# winpthreads are linked in).
+#   cmake -DDLL=... -DHEADERS=... -DOBJDUMP=... -P CheckExports.cmake
+execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "${OBJDUMP} -p ${DLL} failed")
+endif()
+
+# Declared: the identifier that ends the text between ZB_EXPORT and the
+# first "(" or ";" of each declaration.
+set(declared "")
+file(GLOB headers ${HEADERS}/*.h)
+foreach(header ${headers})
+  file(READ ${header} text)
+  string(REGEX REPLACE "#[^\n]*" "" text "${text}")
+  string(REGEX MATCHALL "ZB_EXPORT[^(;]*" declarations "${text}")
+  foreach(declaration ${declarations})
+    string(REGEX MATCH "[A-Za-z_][A-Za-z0-9_]*[ \t\n]*$" name "${declaration}")
+    string(STRIP "${name}" name)
+    list(APPEND declared ${name})
+  endforeach()
+endforeach()
+list(SORT declared)
+list(REMOVE_DUPLICATES declared)
+
+string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(.*)" table "${dump}")
+# The table ends at the first empty line.
+string(FIND "${CMAKE_MATCH_1}" "\n\n" tableEnd)
+string(SUBSTRING "${CMAKE_MATCH_1}" 0 ${tableEnd} table)
+string(REGEX MATCHALL "\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_]*" rows "${table}")
+set(exported "")
+foreach(row ${rows})
+  string(REGEX REPLACE ".*\\] " "" name "${row}")
+  list(APPEND exported ${name})
+endforeach()
+list(SORT exported)
+
+set(missing ${declared})
+list(REMOVE_ITEM missing ${exported})
+set(unexpected ${exported})
+list(REMOVE_ITEM unexpected ${declared})
+list(LENGTH declared declaredCount)
+list(LENGTH exported exportedCount)
+message(STATUS "${declaredCount} declared, ${exportedCount} exported")
+if(missing)
+  message(SEND_ERROR "declared but not exported: ${missing}")
+endif()
+if(unexpected)
+  message(SEND_ERROR "exported but not declared: ${unexpected}")
+endif()
+
+string(REGEX MATCHALL "DLL Name: [^\n]*" imports "${dump}")
+set(allowed "^(KERNEL32|ADVAPI32|WS2_32|DBGHELP|USER32|OLE32|SHELL32|BCRYPT|ntdll|api-ms-win-[a-z0-9-]+|msvcrt)\\.dll$")
+foreach(import ${imports})
+  string(REPLACE "DLL Name: " "" dll "${import}")
+  string(TOUPPER "${dll}" upper)
+  string(REGEX REPLACE "\\.DLL$" ".dll" upper "${upper}")
+  if(NOT upper MATCHES "${allowed}" AND NOT dll MATCHES "${allowed}")
+    message(SEND_ERROR "imports a DLL that is not the system's: ${dll}")
+  endif()
+  message(STATUS "imports ${dll}")
+endforeach()

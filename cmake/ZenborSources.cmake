@@ -1,0 +1,15 @@
+# Where things are, shared by the library, tests, benchmarks and tools.
+set(ZB_HEADERS_DIR ${CMAKE_SOURCE_DIR}/Headers)
+set(ZB_PRIVATE_HEADERS_DIR ${CMAKE_SOURCE_DIR}/PrivateHeaders)
+
+# Runs a Windows program under Wine quietly: no debug channels, and no Wine
+# debugger attaching to the deliberate aborts of death tests.
+set(ZB_WINE_ENVIRONMENT "WINEDEBUG=-all" "WINEDLLOVERRIDES=winedbg.exe=d")
+
+# Programs for Windows carry their C++ runtime inside them, so they run under
+# Wine without extra DLLs beside them.
+function(zb_link_runtime_statically target)
+  if(WIN32)
+    target_link_options(${target} PRIVATE -static -static-libgcc -static-libstdc++)
+  endif()
+endfunction()

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Builds everything with warnings as errors and runs every test: the Windows
+# build under Wine, then the platform-neutral sources natively under
+# AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/install-deps.sh
+
+cmake --preset windows -DZB_WERROR=ON >/dev/null
+cmake --build --preset windows
+ctest --preset windows
+
+cmake --preset host -DZB_WERROR=ON >/dev/null
+cmake --build --preset host
+ctest --preset host
