@@ -14,6 +14,15 @@
 #include "ZBAlloc.h"
 #include "ZBBuffer.h"
 #include "ZBEnvironment.h"
+#include "ZBInitializer.h"
+#include "ZBLock.h"
 #include "ZBLog.h"
+#include "ZBOption.h"
+#include "ZBPrint.h"
+#include "ZBString.h"
+#include "ZBThread.h"
+#include "ZBTime.h"
+#include "ZBTrace.h"
+#include "qprintf.h"
 
 #endif /* ZENBOR_ZENBOR_H */

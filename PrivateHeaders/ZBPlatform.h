@@ -12,6 +12,8 @@ namespace zb::platform {
 uint32_t processID() noexcept;
 // The system's ID of the calling thread.
 uint32_t currentThreadID() noexcept;
+// The calling thread's name for log lines; "" when it has none.
+const char *currentThreadName() noexcept;
 // The wall-clock time in nanoseconds since 1970-01-01 UTC.
 int64_t unixTimeNanoseconds() noexcept;
 // Breaks seconds since 1970 into local calendar time; false on failure.

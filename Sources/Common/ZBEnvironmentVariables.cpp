@@ -7,21 +7,22 @@
 
 #include "ZBAlloc.h"
 #include "ZBEnvironmentPrivate.h"
+#include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBPlatform.h"
+#include "ZBThread.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <pthread.h>
 
 namespace {
 
 constexpr uint32_t kInitialCapacity = 128;
 
-pthread_once_t sOnce = PTHREAD_ONCE_INIT;
-pthread_mutex_t sLock;
+uint32_t sOnce;
+ZBMutex sLock; // recursive
 // `sCapacity` entries plus one slot that always has room for the null.
 char **sEntries;
 uint32_t sCapacity;
@@ -29,8 +30,8 @@ char *sAppTemporaryDirectory;
 
 class EnvironmentLock {
 public:
-  EnvironmentLock() { pthread_mutex_lock(&sLock); }
-  ~EnvironmentLock() { pthread_mutex_unlock(&sLock); }
+  EnvironmentLock() { ZBMutexAcquire(&sLock); }
+  ~EnvironmentLock() { ZBMutexRelease(&sLock); }
   EnvironmentLock(const EnvironmentLock &) = delete;
   EnvironmentLock &operator=(const EnvironmentLock &) = delete;
 };
@@ -82,19 +83,15 @@ void importEntry(const char *entry, void *) {
     appendEntry(entry, static_cast<size_t>(equals - entry), equals + 1);
 }
 
-void startEnvironment() {
-  pthread_mutexattr_t attributes;
-  pthread_mutexattr_init(&attributes);
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-  pthread_mutex_init(&sLock, &attributes);
-  pthread_mutexattr_destroy(&attributes);
+void startEnvironment(void *) {
+  ZBMutexInitRecursive(&sLock);
   sEntries = static_cast<char **>(_ZBRealloc(nullptr, (kInitialCapacity + 1) * sizeof(char *)));
   sCapacity = kInitialCapacity;
   sEntries[0] = nullptr;
   zb::platform::enumerateEnvironment(importEntry, nullptr);
 }
 
-void ensureStarted() { pthread_once(&sOnce, startEnvironment); }
+void ensureStarted() { ZBThreadCallOnce(&sOnce, startEnvironment, nullptr); }
 
 // The slot holding `name`, or null. Callers hold the lock.
 char **findEntry(const char *name, size_t nameLength) {
@@ -102,6 +99,15 @@ char **findEntry(const char *name, size_t nameLength) {
     if (std::strncmp(*slot, name, nameLength) == 0 && (*slot)[nameLength] == '=')
       return slot;
   return nullptr;
+}
+
+// Frees an entry's string unless another slot still lists it (removals
+// leave the last entry listed twice). Callers hold the lock.
+void releaseUnlessShared(char **slot, char *string) {
+  for (char **other = sEntries; *other != nullptr; ++other)
+    if (other != slot && *other == string)
+      return;
+  _ZBFree(string);
 }
 
 bool isValidName(const char *name) {
@@ -129,7 +135,7 @@ int32_t storeVariable(const char *name, const char *value, int32_t overwrite, bo
     errno = ENOMEM;
     return -1;
   }
-  _ZBFree(*slot);
+  releaseUnlessShared(slot, *slot);
   *slot = entry;
   *stored = true;
   return 0;
@@ -207,10 +213,15 @@ extern "C" int32_t ZBEnvironmentUnsetEnv(const char *name) noexcept {
     errno = EINVAL;
     return -1;
   }
-  _ZBFree(*slot);
+  char *removed = *slot;
+  char **last = sEntries + entryCount() - 1;
+  // An earlier removal may have left this very string in the last slot too:
+  // that copy goes with it.
+  if (last > slot && *last == removed)
+    *last-- = nullptr;
+  releaseUnlessShared(slot, removed);
   // The last entry is copied into the hole but also left in its own slot, so
   // it is listed twice afterwards. Applications depend on this layout.
-  char **last = sEntries + entryCount() - 1;
   *slot = last > slot ? *last : nullptr;
   return 0;
 }

@@ -2,7 +2,6 @@
 // messages.
 #include "ZBError.h"
 
-#include <cctype>
 #include <cstdio>
 
 namespace {
@@ -41,9 +40,11 @@ extern "C" ZBOSStatusText _ZBFormatOSStatus(uint32_t status) noexcept {
   const unsigned char bytes[4] = {
       static_cast<unsigned char>(status >> 24), static_cast<unsigned char>(status >> 16),
       static_cast<unsigned char>(status >> 8), static_cast<unsigned char>(status)};
+  // Printable ASCII only: the runtime's isprint answers by code page for
+  // bytes above 0x7f.
   bool printable = true;
   for (unsigned char byte : bytes)
-    printable = printable && std::isprint(byte);
+    printable = printable && byte >= 0x20 && byte < 0x7f;
   if (printable)
     std::snprintf(result.text, sizeof result.text, "%c%c%c%c", bytes[0], bytes[1], bytes[2], bytes[3]);
   else

@@ -7,13 +7,14 @@
 #include "ZBLog.h"
 
 #include "ZBAlloc.h"
+#include "ZBBaseAllocator.h"
 #include "ZBBuffer.h"
 #include "ZBEnvironment.h"
 #include "ZBLogConfiguration.h"
 #include "ZBLogPrivate.h"
 #include "ZBPlatform.h"
+#include "qprintf.h"
 
-#include <cstdio>
 #include <cstring>
 #include <pthread.h>
 
@@ -69,26 +70,56 @@ const char *baseName(const char *path) {
   return base;
 }
 
-// The caller's thread name; threads carry none until they are named.
-const char *currentThreadName() { return ""; }
+// The caller's thread name; "" until the thread is named.
+const char *currentThreadName() { return zb::platform::currentThreadName(); }
 
-// The message as a new text; empty when memory runs out.
-char *formatMessage(const char *format, va_list arguments) {
-  va_list measuring;
-  va_copy(measuring, arguments);
-  const int length = std::vsnprintf(nullptr, 0, format, measuring);
-  va_end(measuring);
-  if (length < 0)
-    return nullptr;
-  auto *text = static_cast<char *>(_ZBAlloc(size_t(length) + 1));
-  if (text != nullptr)
-    std::vsnprintf(text, size_t(length) + 1, format, arguments);
-  return text;
-}
+// One text built for a line: in place when it fits, else in a block from
+// the base allocator. Logging never allocates through _ZBAlloc: that
+// allocator's failure policy logs, which would come back here. When memory
+// runs out the text stays empty.
+class LineText {
+public:
+  LineText() = default;
+  ~LineText() { gZBBaseAllocator.free(mHeap); }
+  LineText(const LineText &) = delete;
+  LineText &operator=(const LineText &) = delete;
+
+  const char *text() const { return mHeap ? mHeap : mInline; }
+
+  void format(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    formatList(format, arguments);
+    va_end(arguments);
+  }
+
+  void formatList(const char *format, va_list arguments) {
+    va_list measuring;
+    va_copy(measuring, arguments);
+    const int length = vqsnprintf(mInline, sizeof mInline, format, measuring);
+    va_end(measuring);
+    if (length < 0) {
+      mInline[0] = '\0';
+      return;
+    }
+    if (size_t(length) < sizeof mInline)
+      return;
+    mHeap = static_cast<char *>(gZBBaseAllocator.malloc(size_t(length) + 1));
+    if (mHeap == nullptr) {
+      mInline[0] = '\0';
+      return;
+    }
+    vqsnprintf(mHeap, length + 1, format, arguments);
+  }
+
+private:
+  char mInline[512] = "";
+  char *mHeap = nullptr;
+};
 
 // "[2026-01-02 03:04:05.678][file:line] (pid/tid) name: function: LEVEL: message\r\n"
-char *decorateLine(int32_t level, const char *function, const char *file, uint32_t line,
-                   const char *message) {
+void decorateLine(LineText &out, int32_t level, const char *function, const char *file,
+                  uint32_t line, const char *message) {
   const int64_t now = zb::platform::unixTimeNanoseconds();
   const int64_t seconds = now / 1000000000;
   const unsigned milliseconds = static_cast<unsigned>((now % 1000000000) / 1000000);
@@ -96,44 +127,31 @@ char *decorateLine(int32_t level, const char *function, const char *file, uint32
   std::tm local{};
   if (zb::platform::localTime(seconds, &local))
     std::strftime(calendar, sizeof calendar, "%Y-%m-%d %H:%M:%S", &local);
-  char stamp[48];
-  std::snprintf(stamp, sizeof stamp, "%s.%03u", calendar, milliseconds);
-
-  char identity[96];
-  std::snprintf(identity, sizeof identity, "(%lu/%lu) %s:",
-                static_cast<unsigned long>(zb::platform::processID()),
-                static_cast<unsigned long>(zb::platform::currentThreadID()),
-                currentThreadName());
-
+  LineText stamp;
+  stamp.format("%s.%03u", calendar, milliseconds);
+  LineText identity;
+  identity.format("(%u/%u) %s:", static_cast<unsigned>(zb::platform::processID()),
+                  static_cast<unsigned>(zb::platform::currentThreadID()), currentThreadName());
   // The empty prefix and suffix are where a background colour would go.
-  const char *const kLineFormat = "%s[%s][%s:%u] %s %s: %s: %s%s\r\n";
-  const char *base = baseName(file);
-  const char *name = function ? function : "";
-  const int length = std::snprintf(nullptr, 0, kLineFormat, "", stamp, base, line, identity,
-                                   name, levelName(level), message, "");
-  auto *text = static_cast<char *>(_ZBAlloc(size_t(length) + 1));
-  if (text != nullptr)
-    std::snprintf(text, size_t(length) + 1, kLineFormat, "", stamp, base, line, identity, name,
-                  levelName(level), message, "");
-  return text;
+  out.format("%s[%s][%s:%u] %s %s: %s: %s%s\r\n", "", stamp.text(), baseName(file), line,
+             identity.text(), function ? function : "", levelName(level), message, "");
 }
 
 void writeLine(int32_t level, uint32_t flags, const char *function, const char *file,
                uint32_t line, const char *format, va_list arguments) {
   if ((flags & ZBLogSiteFlagTrace) == 0) {
-    char *message = formatMessage(format, arguments);
-    const char *text = message ? message : "";
-    char *decorated = level == ZBLogLevelRaw ? nullptr
-                                             : decorateLine(level, function, file, line, text);
-    const char *output = level == ZBLogLevelRaw ? text : (decorated ? decorated : text);
+    LineText message;
+    message.formatList(format, arguments);
+    LineText decorated;
+    if (level != ZBLogLevelRaw)
+      decorateLine(decorated, level, function, file, line, message.text());
+    const char *output = level == ZBLogLevelRaw ? message.text() : decorated.text();
     {
       LogLock lock;
       if (sRing != nullptr)
         ZBCircularBufferEnqueue(sRing, output, static_cast<uint32_t>(std::strlen(output)));
     }
     sSink(level, output);
-    _ZBFree(decorated);
-    _ZBFree(message);
   }
   if (flags & ZBLogSiteFlagBacktrace)
     zb::platform::printBacktrace();

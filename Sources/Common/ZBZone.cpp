@@ -5,15 +5,15 @@
 #include "ZBAlloc.h"
 
 #include "ZBBaseAllocator.h"
+#include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBZoneTracking.h"
 
 #include <atomic>
 #include <cstring>
-#include <pthread.h>
 
 struct ZBZone {
-  pthread_mutex_t *lock;
+  ZBMutex *lock;
   void **hint; // a free slot: where the next allocation is recorded
   void **table;
   int32_t capacity;
@@ -28,13 +28,13 @@ std::atomic<bool> sZonesInUse{false};
 
 class ZoneLock {
 public:
-  explicit ZoneLock(ZBZone *zone) : mLock(zone->lock) { pthread_mutex_lock(mLock); }
-  ~ZoneLock() { pthread_mutex_unlock(mLock); }
+  explicit ZoneLock(ZBZone *zone) : mLock(zone->lock) { ZBMutexAcquire(mLock); }
+  ~ZoneLock() { ZBMutexRelease(mLock); }
   ZoneLock(const ZoneLock &) = delete;
   ZoneLock &operator=(const ZoneLock &) = delete;
 
 private:
-  pthread_mutex_t *mLock;
+  ZBMutex *mLock;
 };
 
 // Doubles the table; the hint moves to the first new slot. On failure the
@@ -52,10 +52,7 @@ bool growTable(ZBZone *zone) noexcept {
 }
 
 void freeZoneRecord(ZBZone *zone) noexcept {
-  if (zone->lock != nullptr) {
-    pthread_mutex_destroy(zone->lock);
-    gZBBaseAllocator.free(zone->lock);
-  }
+  ZBMutexFree(zone->lock);
   gZBBaseAllocator.free(zone->table);
   gZBBaseAllocator.free(zone);
 }
@@ -101,11 +98,8 @@ extern "C" ZBZone *ZBZoneCreate(size_t, size_t, size_t, uint32_t, const char *) 
   if (zone == nullptr)
     return nullptr;
   zone->table = static_cast<void **>(gZBBaseAllocator.calloc(kInitialCapacity, sizeof(void *)));
-  zone->lock = static_cast<pthread_mutex_t *>(gZBBaseAllocator.malloc(sizeof(pthread_mutex_t)));
-  if (zone->table == nullptr || zone->lock == nullptr ||
-      pthread_mutex_init(zone->lock, nullptr) != 0) {
-    gZBBaseAllocator.free(zone->lock);
-    zone->lock = nullptr;
+  zone->lock = ZBMutexCreateNR();
+  if (zone->table == nullptr || zone->lock == nullptr) {
     freeZoneRecord(zone);
     return nullptr;
   }
@@ -121,11 +115,12 @@ extern "C" void ZBZoneDestroy(ZBZone *zone) noexcept {
               static_cast<void *>(zone));
     return;
   }
-  pthread_mutex_lock(zone->lock);
-  // Free slots hold null, which the base free ignores.
-  for (int32_t i = 0; i < zone->capacity; ++i)
-    gZBBaseAllocator.free(zone->table[i]);
-  pthread_mutex_unlock(zone->lock);
+  {
+    ZoneLock lock(zone);
+    // Free slots hold null, which the base free ignores.
+    for (int32_t i = 0; i < zone->capacity; ++i)
+      gZBBaseAllocator.free(zone->table[i]);
+  }
   freeZoneRecord(zone);
 }
 

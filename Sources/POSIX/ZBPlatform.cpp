@@ -2,9 +2,10 @@
 // native build that runs sanitizers and fuzzers.
 #include "ZBPlatform.h"
 
+#include "ZBThread.h"
+
 #include <execinfo.h>
 #include <fcntl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,7 +17,12 @@ namespace zb::platform {
 
 uint32_t processID() noexcept { return static_cast<uint32_t>(getpid()); }
 
-uint32_t currentThreadID() noexcept { return static_cast<uint32_t>(syscall(SYS_gettid)); }
+uint32_t currentThreadID() noexcept { return ZBThreadGetCurrentThreadID(); }
+
+const char *currentThreadName() noexcept {
+  const char *name = ZBThreadGetName(0);
+  return name != nullptr ? name : "";
+}
 
 int64_t unixTimeNanoseconds() noexcept {
   timespec now;

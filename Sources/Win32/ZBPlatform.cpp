@@ -3,6 +3,9 @@
 // abnormal end of the process and the system environment.
 #include "ZBPlatform.h"
 
+#include "ZBThread.h"
+#include "ZBTime.h"
+
 #include <windows.h>
 
 #include <cstdio>
@@ -15,8 +18,6 @@
 namespace zb::platform {
 namespace {
 
-// FILETIME ticks (100 ns since 1601) at 1970-01-01.
-constexpr int64_t kUnixEpochTicks = 116444736000000000LL;
 // The non-continuable exception that marks a deliberate abort.
 constexpr DWORD kAbortExceptionCode = 0xC0000025;
 constexpr int kMaxBacktraceFrames = 62;
@@ -47,15 +48,16 @@ std::wstring nativePath(const char *path) {
 
 uint32_t processID() noexcept { return GetCurrentProcessId(); }
 
-uint32_t currentThreadID() noexcept { return GetCurrentThreadId(); }
+uint32_t currentThreadID() noexcept { return ZBThreadGetCurrentThreadID(); }
 
-int64_t unixTimeNanoseconds() noexcept {
-  FILETIME now;
-  GetSystemTimePreciseAsFileTime(&now);
-  const int64_t ticks =
-      (static_cast<int64_t>(now.dwHighDateTime) << 32) | static_cast<int64_t>(now.dwLowDateTime);
-  return (ticks - kUnixEpochTicks) * 100;
+const char *currentThreadName() noexcept {
+  const char *name = ZBThreadGetName(0);
+  return name != nullptr ? name : "";
 }
+
+// The library's own clock, so that log stamps agree with every other time
+// the library hands out.
+int64_t unixTimeNanoseconds() noexcept { return ZBHRTimeUnix(); }
 
 bool localTime(int64_t unixSeconds, std::tm *out) noexcept {
   const __time64_t seconds = unixSeconds;

@@ -1,0 +1,49 @@
+// The format engine's parser: turns a format into conversion
+// specifications and tells how many argument slots they need.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zb::format {
+
+// The engine refuses formats that need more argument slots or conversion
+// records than this: beyond any real call, and they keep a hostile format
+// from asking for gigabytes of records.
+constexpr uint64_t kMaxArgumentSlots = 65536;
+constexpr uint64_t kMaxSpecifications = uint64_t(1) << 22;
+
+struct ConversionSpec {
+  const char *start;  // the "%"
+  const char *resume; // the first byte after the specification
+  int32_t width;      // or the width argument's index
+  int32_t precision;  // or the precision argument's index; -1 when absent
+  uint32_t argument;  // the conversion's argument index
+  uint32_t flags;     // QPRINTF_FLAG_ bits
+  uint8_t length;     // QPRINTF_LENGTH_ code
+  bool widthFromArgument;
+  bool precisionFromArgument;
+  bool positional; // it names an argument with "$" (itself or a "*")
+  unsigned char conversion; // 0 when the format ends inside the specification
+};
+
+struct ParsedFormat {
+  uint64_t specifications; // all of them, also those beyond the capacity
+  uint64_t slots;          // highest argument index used, plus one
+};
+
+// The first "%" at or after `text`, or its terminating zero.
+const char *findPercentOrEnd(const char *text) noexcept;
+// strlen for the short texts the engine mostly sees.
+size_t textLength(const char *text) noexcept;
+
+// Parses the specification whose "%" is at `percent`. `sequential` is the
+// next sequential argument index; it is moved past the arguments the
+// specification takes. Argument counts come from the modifier table, so the
+// parse reflects the registrations.
+ConversionSpec parseSpecification(const char *percent, uint64_t &sequential) noexcept;
+
+// Parses `format` into at most `capacity` specifications.
+ParsedFormat parseFormat(const char *format, ConversionSpec *specs, size_t capacity) noexcept;
+
+} // namespace zb::format

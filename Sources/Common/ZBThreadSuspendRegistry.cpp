@@ -1,0 +1,96 @@
+// The suspend registry: the system IDs of the threads that ZBThreadSuspendAll
+// stops and ZBThreadResumeAll restarts (Sources/Win32/ZBThreadSuspend.cpp),
+// newest first. Threads started through the library enter it as they start
+// and leave it as they end; a thread that must keep running while the
+// others are stopped (a sampler, a crash handler) marks itself
+// non-suspendable.
+#include "ZBThread.h"
+
+#include "ZBAlloc.h"
+#include "ZBLock.h"
+#include "ZBThreadPrivate.h"
+
+namespace {
+
+struct SuspendEntry {
+  SuspendEntry *next;
+  uint32_t threadID;
+  uint32_t suspendable; // 1 until ZBThreadSetNonSuspendable
+};
+
+SuspendEntry *sNewest;
+ZBMutex sMutex;
+uint32_t sMutexOnce;
+
+void initMutex(void *) { ZBMutexInitRecursive(&sMutex); }
+
+// Re-entrant, so that a walk may call back into the registry.
+class RegistryLock {
+public:
+  RegistryLock() {
+    ZBThreadCallOnce(&sMutexOnce, initMutex, nullptr);
+    ZBMutexAcquire(&sMutex);
+  }
+  ~RegistryLock() { ZBMutexRelease(&sMutex); }
+  RegistryLock(const RegistryLock &) = delete;
+  RegistryLock &operator=(const RegistryLock &) = delete;
+};
+
+SuspendEntry *find(uint32_t threadID) {
+  for (SuspendEntry *entry = sNewest; entry != nullptr; entry = entry->next)
+    if (entry->threadID == threadID)
+      return entry;
+  return nullptr;
+}
+
+// Callers hold the lock. Allocation failures leave the thread out.
+void addUnsafe(uint32_t threadID) {
+  auto *entry = static_cast<SuspendEntry *>(_ZBAllocWithZoneAndDesc(
+      nullptr, sizeof(SuspendEntry), "_ZBThreadSuspendAddUnsafe"));
+  if (entry == nullptr)
+    return;
+  *entry = SuspendEntry{sNewest, threadID, 1};
+  sNewest = entry;
+}
+
+} // namespace
+
+extern "C" void ZBThreadSuspendAdd(uint32_t threadID) noexcept {
+  RegistryLock lock;
+  addUnsafe(threadID);
+}
+
+void _ZBThreadSuspendRegistryAddUnlessPresent(uint32_t threadID) noexcept {
+  RegistryLock lock;
+  if (find(threadID) == nullptr)
+    addUnsafe(threadID);
+}
+
+extern "C" bool ZBThreadSuspendRemove(uint32_t threadID) noexcept {
+  SuspendEntry *removed = nullptr;
+  {
+    RegistryLock lock;
+    for (SuspendEntry **link = &sNewest; *link != nullptr; link = &(*link)->next) {
+      if ((*link)->threadID == threadID) {
+        removed = *link;
+        *link = removed->next;
+        break;
+      }
+    }
+  }
+  _ZBFree(removed);
+  return removed != nullptr;
+}
+
+extern "C" void ZBThreadSetNonSuspendable(uint32_t threadID) noexcept {
+  RegistryLock lock;
+  if (SuspendEntry *entry = find(threadID))
+    entry->suspendable = 0;
+}
+
+void _ZBThreadSuspendRegistryVisitSuspendable(void (*visit)(uint32_t threadID)) noexcept {
+  RegistryLock lock;
+  for (SuspendEntry *entry = sNewest; entry != nullptr; entry = entry->next)
+    if (entry->suspendable != 0)
+      visit(entry->threadID);
+}

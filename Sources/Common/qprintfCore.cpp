@@ -1,0 +1,338 @@
+// The format engine's core: one call from format to sink.
+//
+// In general the format is parsed into specifications, every argument is
+// fetched in argument-index order into a slot (positional arguments can come
+// in any order in the format, but a va_list can only be read forwards), and
+// then each specification is rendered in format order with the literal text
+// between them. Up to eight specifications and eight slots live on the
+// stack.
+//
+// Until a specification names an argument by position, the argument order
+// is the format order: the format (nearly every one, to its end) is
+// parsed, fetched and rendered in a single pass, one specification at a
+// time, with no records at all. At the first "$" the rest is handed to the
+// general way, which reads the same arguments in the same order.
+//
+// Also here: the field writer that pads rendered text to its width, which
+// every renderer writes through.
+#include "qprintfEngine.h"
+#include "qprintfParser.h"
+
+#include "ZBAlloc.h"
+#include "ZBPrint.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace zb::format {
+namespace {
+
+constexpr size_t kStackRecords = 8;
+constexpr size_t kFillChunk = 256;
+// Marks a slot that a "*" width or precision reads: an int. "*" can never
+// be a conversion, so the mark cannot clash with one.
+constexpr unsigned char kStarSlot = '*';
+
+// Writes `length` copies of `byte`.
+bool sinkFill(qprintf_sink *sink, char byte, size_t length) {
+  if (length == 0)
+    return true;
+  if (static_cast<size_t>(sink->limit - sink->cursor) >= length) {
+    std::memset(sink->cursor, byte, length);
+    sink->cursor += length;
+    sink->count += static_cast<int64_t>(length);
+    return true;
+  }
+  char chunk[kFillChunk];
+  std::memset(chunk, byte, std::min(length, kFillChunk));
+  bool accepted = true;
+  while (length > 0) {
+    const size_t part = std::min(length, kFillChunk);
+    accepted = sinkWrite(sink, chunk, part);
+    length -= part;
+  }
+  return accepted;
+}
+
+// The engine's records for one call: on the stack when few, else one block
+// from the default zone, freed when the call ends.
+template <typename Record>
+class Records {
+public:
+  Records() = default;
+  ~Records() {
+    if (mHeap != nullptr)
+      _ZBFreeWithZone(nullptr, mHeap);
+  }
+  Records(const Records &) = delete;
+  Records &operator=(const Records &) = delete;
+
+  // Room for `count` records, zeroed; null when memory runs out.
+  Record *reserve(uint64_t count) {
+    if (count <= kStackRecords) {
+      std::memset(static_cast<void *>(mStack), 0, sizeof(Record) * count);
+      return mStack;
+    }
+    mHeap = static_cast<Record *>(
+        _ZBAllocWithZoneCountAndDesc(nullptr, count, sizeof(Record), "xvqprintf"));
+    return mHeap;
+  }
+  // The stack records, as they are, for a parse to fill.
+  Record *stack() { return mStack; }
+
+private:
+  Record mStack[kStackRecords];
+  Record *mHeap = nullptr;
+};
+
+// Fills the info's width and precision as render functions see them.
+void setField(qprintf_info &info, int32_t width, int32_t precision, bool precisionFromArgument) {
+  if (info.flags & QPRINTF_FLAG_LEFT) {
+    // As in C, "-" left-justifies whatever the sign of a "*" width.
+    width = width == INT32_MIN ? -INT32_MAX : -std::abs(width);
+    info.flags &= ~QPRINTF_FLAG_LEFT;
+  }
+  info.width = width;
+  // A negative precision argument counts as 0, not as "absent".
+  info.precision = precisionFromArgument ? std::max(precision, 0) : precision;
+}
+
+// The info of `spec` before its arguments are fetched.
+qprintf_info startInfo(const ConversionSpec &spec, const qprintf_modifier &entry,
+                       qprintf_sink *sink) {
+  qprintf_info info{};
+  info.flags = spec.flags;
+  info.length = spec.length;
+  info.conversion = spec.conversion;
+  info.count = entry.count > 0 ? uint32_t(entry.count) : 0;
+  info.userData = entry.userData;
+  info.sink = sink;
+  return info;
+}
+
+// Reads a conversion's arguments: its fetch function, or as many words as
+// it takes when it has none.
+void fetch(const qprintf_modifier &entry, va_list *cursor, qprintf_info &info) {
+  if (entry.fetch != nullptr) {
+    entry.fetch(cursor, &info);
+    return;
+  }
+  for (uint32_t word = 0; word < info.count; ++word)
+    (void)va_arg(*cursor, void *);
+}
+
+// Marks what each slot holds: an int for a "*" width or precision, or the
+// argument(s) of a conversion.
+void assignSlots(const ConversionSpec *specs, uint64_t specCount, qprintf_info *slots,
+                 uint64_t slotCount) {
+  auto markStar = [&](int32_t index) {
+    if (uint64_t(index) < slotCount) {
+      slots[index].conversion = kStarSlot;
+      slots[index].count = 1;
+    }
+  };
+  for (uint64_t i = 0; i < specCount; ++i) {
+    if (specs[i].widthFromArgument)
+      markStar(specs[i].width);
+    if (specs[i].precisionFromArgument)
+      markStar(specs[i].precision);
+  }
+  for (uint64_t i = 0; i < specCount; ++i) {
+    const ConversionSpec &spec = specs[i];
+    const qprintf_modifier &entry = qprintf_modifier_table[spec.conversion];
+    if (entry.count <= 0 || spec.argument >= slotCount)
+      continue;
+    slots[spec.argument] = startInfo(spec, entry, nullptr);
+  }
+}
+
+// Reads every argument in slot order. A slot no specification uses still
+// occupies one argument word.
+void fetchArguments(qprintf_info *slots, uint64_t slotCount, qprintf_sink *sink,
+                    va_list arguments) {
+  va_list cursor;
+  va_copy(cursor, arguments);
+  for (uint64_t index = 0; index < slotCount;) {
+    qprintf_info &slot = slots[index];
+    if (slot.conversion == kStarSlot) {
+      slot.value.integer = va_arg(cursor, int);
+    } else if (slot.conversion == '\0') {
+      (void)va_arg(cursor, void *);
+    } else {
+      slot.sink = sink;
+      fetch(qprintf_modifier_table[slot.conversion], &cursor, slot);
+    }
+    index += std::max<uint32_t>(slot.count, 1);
+  }
+  va_end(cursor);
+}
+
+int32_t slotInt(const qprintf_info *slots, uint64_t slotCount, int32_t index) {
+  return uint64_t(index) < slotCount ? static_cast<int32_t>(slots[index].value.integer) : 0;
+}
+
+// Renders the specifications from `firstSpec` on (those before it were
+// rendered in one pass, reading the same arguments).
+int64_t runWithSlots(qprintf_sink *sink, const char *format, va_list arguments,
+                     uint64_t firstSpec) {
+  Records<ConversionSpec> specRecords;
+  ConversionSpec *specs = specRecords.stack();
+  ParsedFormat parsed = parseFormat(format, specs, kStackRecords);
+  uint64_t specCount = parsed.specifications;
+  if (specCount > kStackRecords) {
+    if (specCount > kMaxSpecifications)
+      return -1;
+    specs = specRecords.reserve(specCount);
+    if (specs == nullptr)
+      return -1;
+    parsed = parseFormat(format, specs, specCount);
+    specCount = std::min(specCount, parsed.specifications);
+  }
+  if (parsed.slots > kMaxArgumentSlots)
+    return -1;
+
+  Records<qprintf_info> slotRecords;
+  qprintf_info *slots = slotRecords.reserve(parsed.slots);
+  if (slots == nullptr)
+    return -1;
+  assignSlots(specs, specCount, slots, parsed.slots);
+  fetchArguments(slots, parsed.slots, sink, arguments);
+
+  const char *literal = firstSpec == 0 ? format : specs[firstSpec - 1].resume;
+  for (uint64_t i = firstSpec; i < specCount; ++i) {
+    const ConversionSpec &spec = specs[i];
+    sinkWrite(sink, literal, size_t(spec.start - literal));
+    literal = spec.resume;
+    if (spec.conversion == '\0')
+      break;
+    const qprintf_modifier &entry = qprintf_modifier_table[spec.conversion];
+    qprintf_info info = startInfo(spec, entry, sink);
+    if (entry.count > 0 && spec.argument < parsed.slots) {
+      info.value = slots[spec.argument].value;
+      info.count = slots[spec.argument].count;
+    }
+    setField(info,
+             spec.widthFromArgument ? slotInt(slots, parsed.slots, spec.width) : spec.width,
+             spec.precisionFromArgument ? slotInt(slots, parsed.slots, spec.precision)
+                                        : spec.precision,
+             spec.precisionFromArgument);
+    if (entry.render != nullptr)
+      entry.render(&info);
+  }
+  sinkWrite(sink, literal, textLength(literal));
+  return sink->count;
+}
+
+int64_t runInOnePass(qprintf_sink *sink, const char *format, va_list arguments) {
+  va_list cursor;
+  va_copy(cursor, arguments);
+  uint64_t sequential = 0;
+  uint64_t rendered = 0;
+  const char *literal = format;
+  const char *percent;
+  while (*(percent = findPercentOrEnd(literal)) == '%') {
+    const ConversionSpec spec = parseSpecification(percent, sequential);
+    if (spec.positional) {
+      // Arguments named by position can come in any order: the rest of
+      // the format needs them all fetched first.
+      va_end(cursor);
+      return runWithSlots(sink, format, arguments, rendered);
+    }
+    sinkWrite(sink, literal, size_t(percent - literal));
+    literal = spec.resume;
+    ++rendered;
+    if (spec.conversion == '\0')
+      break; // the format ended inside the specification
+    const qprintf_modifier &entry = qprintf_modifier_table[spec.conversion];
+    qprintf_info info = startInfo(spec, entry, sink);
+    const int32_t width = spec.widthFromArgument ? va_arg(cursor, int) : spec.width;
+    const int32_t precision = spec.precisionFromArgument ? va_arg(cursor, int) : spec.precision;
+    setField(info, width, precision, spec.precisionFromArgument);
+    if (entry.count > 0)
+      fetch(entry, &cursor, info);
+    if (entry.render != nullptr)
+      entry.render(&info);
+  }
+  va_end(cursor);
+  // The text after the last specification ends where the scan stopped
+  // (or nowhere, when the format ended inside a specification).
+  if (*percent == '\0')
+    sinkWrite(sink, literal, size_t(percent - literal));
+  return sink->count;
+}
+
+} // namespace
+
+int writeField(const qprintf_info &info, char pad, const Piece *pieces, size_t count) noexcept {
+  qprintf_sink *sink = info.sink;
+  size_t padding = 0;
+  if (info.width != 0) {
+    size_t length = 0;
+    for (size_t i = 0; i < count; ++i)
+      length += pieces[i].length;
+    const uint64_t magnitude =
+        info.width < 0 ? uint64_t(-int64_t(info.width)) : uint64_t(info.width);
+    padding = magnitude > length ? size_t(magnitude - length) : 0;
+  }
+  bool accepted = true;
+  int lastByte = -1;
+  if (info.width > 0 && padding > 0) {
+    accepted = sinkFill(sink, pad, padding);
+    lastByte = static_cast<unsigned char>(pad);
+  }
+  for (size_t i = 0; i < count; ++i) {
+    const Piece &piece = pieces[i];
+    if (piece.length == 0)
+      continue;
+    if (piece.text != nullptr) {
+      accepted = sinkWrite(sink, piece.text, piece.length);
+      lastByte = static_cast<unsigned char>(piece.text[piece.length - 1]);
+    } else {
+      accepted = sinkFill(sink, piece.fill, piece.length);
+      lastByte = static_cast<unsigned char>(piece.fill);
+    }
+  }
+  if (info.width < 0 && padding > 0) {
+    accepted = sinkFill(sink, pad, padding);
+    lastByte = static_cast<unsigned char>(pad);
+  }
+  if (lastByte < 0)
+    return 0;
+  return accepted ? lastByte : -1;
+}
+
+} // namespace zb::format
+
+int qprintf_emit(qprintf_info *info, const char *text, size_t length) noexcept {
+  // Left-justified text is padded with spaces: zeros after a number would
+  // change what it reads as.
+  if ((info->flags & QPRINTF_FLAG_ZERO) == 0 || info->width <= 0)
+    return zb::format::writeText(*info, text, length);
+  const zb::format::Piece piece = zb::format::textPiece(text, length);
+  return zb::format::writeField(*info, '0', &piece, 1);
+}
+
+int64_t qprintf_run(qprintf_sink *sink, uint32_t, const char *format,
+                    va_list arguments) noexcept {
+  if (format == nullptr || format[0] == '\0')
+    return 0;
+  qprintf_builtins_init();
+  return zb::format::runInOnePass(sink, format, arguments);
+}
+
+extern "C" int qprintf_print_from_formatter(qprintf_info *info, const char *text,
+                                            int maxlen) noexcept {
+  if (info == nullptr || info->sink == nullptr)
+    return -1;
+  if (text == nullptr)
+    text = ZBPrintGetNullString();
+  size_t length = 0;
+  if (maxlen < 1) {
+    length = zb::format::textLength(text);
+  } else {
+    while (length < size_t(maxlen) && text[length] != '\0')
+      ++length;
+  }
+  return qprintf_emit(info, text, length);
+}

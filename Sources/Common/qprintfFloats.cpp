@@ -1,0 +1,377 @@
+// The format engine's floating-point conversions: e E f F g G (and a A,
+// which are not implemented and print nothing).
+//
+// The digits come from std::to_chars with a precision, which rounds
+// correctly. Without "#" and "'" its text is printf's own and is written
+// as it is, after the sign ("+" with the "+" flag; the space flag adds
+// nothing, on purpose) and any zeros the "0" flag asks for. Otherwise this
+// file lays the digits out itself: the decimal point ("#" keeps it, and
+// keeps the trailing zeros of g) and the exponent with a sign and at least
+// two digits. "%g" then takes its digits from one scientific conversion and
+// moves the point itself when the exponent calls for the fixed form: both
+// forms round at the same decimal place. With the "'" flag the locale's
+// decimal point and signs replace ".", "+" and "-".
+//
+// A double has at most 767 significant decimal digits and at most 1074
+// digits after the point, so longer precisions are asked of to_chars up to
+// those bounds and the rest is written as zeros.
+#include "qprintfConversions.h"
+#include "qprintfEngine.h"
+
+#include "ZBAlloc.h"
+#include "ZBLog.h"
+
+#include <charconv>
+#include <clocale>
+#include <cmath>
+#include <cstring>
+
+namespace zb::format {
+namespace {
+
+constexpr int kMaxFixedDecimals = 1074;
+constexpr int kMaxScientificDecimals = 780;
+// The integer digits of the largest double, a point, and slack for the
+// sign and exponent.
+constexpr size_t kFixedOverhead = 309 + 8;
+constexpr size_t kScientificOverhead = 16;
+constexpr size_t kStackBufferSize = 128;
+
+struct Symbols {
+  const char *point;
+  const char *plus;
+  const char *minus;
+};
+
+Symbols localeSymbols() {
+  const lconv *locale = std::localeconv();
+  auto pick = [](const char *text, const char *fallback) {
+    return text != nullptr && text[0] != '\0' ? text : fallback;
+  };
+  if (locale == nullptr)
+    return Symbols{".", "+", "-"};
+  return Symbols{pick(locale->decimal_point, "."), pick(locale->positive_sign, "+"),
+                 pick(locale->negative_sign, "-")};
+}
+
+// The digit text: on the stack when short, else from the default zone.
+class DigitBuffer {
+public:
+  explicit DigitBuffer(size_t size) : mSize(size) {
+    if (size <= kStackBufferSize) {
+      mData = mStack;
+    } else {
+      mHeap = static_cast<char *>(_ZBAllocWithZoneAndDesc(nullptr, size, "_format_float"));
+      mData = mHeap;
+    }
+  }
+  ~DigitBuffer() {
+    if (mHeap != nullptr)
+      _ZBFreeWithZone(nullptr, mHeap);
+  }
+  DigitBuffer(const DigitBuffer &) = delete;
+  DigitBuffer &operator=(const DigitBuffer &) = delete;
+
+  char *data() const { return mData; }
+  char *end() const { return mData + mSize; }
+
+private:
+  char mStack[kStackBufferSize];
+  char *mHeap = nullptr;
+  char *mData = nullptr;
+  size_t mSize;
+};
+
+// A rendered number before padding: up to eight pieces after the sign.
+class Layout {
+public:
+  void add(const char *text, size_t length) { mPieces[mCount++] = textPiece(text, length); }
+  void add(const char *text) { add(text, std::strlen(text)); }
+  void zeros(size_t count) { mPieces[mCount++] = fillPiece('0', count); }
+
+  // Writes sign and pieces; with the "0" flag (and a right-justified width)
+  // zeros between sign and digits fill the width.
+  int write(qprintf_info *info, const char *sign, bool zeroFill) const {
+    Piece all[kMaxPieces + 2];
+    size_t count = 0;
+    const size_t signLength = std::strlen(sign);
+    all[count++] = textPiece(sign, signLength);
+    size_t length = signLength;
+    for (size_t i = 0; i < mCount; ++i)
+      length += mPieces[i].length;
+    size_t fill = 0;
+    if (zeroFill && (info->flags & QPRINTF_FLAG_ZERO) && info->width > 0 &&
+        size_t(info->width) > length)
+      fill = size_t(info->width) - length;
+    all[count++] = fillPiece('0', fill);
+    for (size_t i = 0; i < mCount; ++i)
+      all[count++] = mPieces[i];
+    return writeField(*info, ' ', all, count);
+  }
+
+private:
+  static constexpr size_t kMaxPieces = 8;
+  Piece mPieces[kMaxPieces];
+  size_t mCount = 0;
+};
+
+// Length of `digits` once its trailing zeros are dropped, keeping `keep`.
+size_t withoutTrailingZeros(const char *digits, size_t length, size_t keep) {
+  while (length > keep && digits[length - 1] == '0')
+    --length;
+  return length;
+}
+
+int renderFixed(qprintf_info *info, double magnitude, int precision, const Symbols &symbols,
+                const char *sign) {
+  const int decimals = std::min(precision, kMaxFixedDecimals);
+  DigitBuffer buffer(kFixedOverhead + size_t(decimals));
+  if (buffer.data() == nullptr)
+    return 0;
+  const std::to_chars_result result = std::to_chars(buffer.data(), buffer.end(), magnitude,
+                                                    std::chars_format::fixed, decimals);
+  if (result.ec != std::errc())
+    return 0;
+  const char *text = buffer.data();
+  const char *point = decimals > 0 ? static_cast<const char *>(
+                                         std::memchr(text, '.', size_t(result.ptr - text)))
+                                   : nullptr;
+  Layout layout;
+  if (point == nullptr) {
+    layout.add(text, size_t(result.ptr - text));
+    if (info->flags & QPRINTF_FLAG_ALTERNATE)
+      layout.add(symbols.point);
+  } else {
+    layout.add(text, size_t(point - text));
+    layout.add(symbols.point);
+    layout.add(point + 1, size_t(result.ptr - point - 1));
+    layout.zeros(size_t(precision - decimals));
+  }
+  return layout.write(info, sign, true);
+}
+
+// The pieces of a scientific conversion of `magnitude` with `decimals`
+// digits after the point: the leading digit, the others, and the exponent.
+struct Scientific {
+  const char *digits; // leading digit, then the decimals
+  size_t digitCount;
+  const char *exponent; // "+XX", "-XXX"
+  size_t exponentLength;
+  int exponentValue;
+};
+
+bool scientific(const DigitBuffer &buffer, double magnitude, int decimals, Scientific *out) {
+  const std::to_chars_result result = std::to_chars(buffer.data(), buffer.end(), magnitude,
+                                                    std::chars_format::scientific, decimals);
+  if (result.ec != std::errc())
+    return false;
+  char *text = buffer.data();
+  char *e = static_cast<char *>(std::memchr(text, 'e', size_t(result.ptr - text)));
+  if (e == nullptr)
+    return false;
+  // Drop the point so the digits are one run: "1.2345" becomes "12345".
+  if (decimals > 0)
+    std::memmove(text + 1, text + 2, size_t(e - text - 2));
+  out->digits = text;
+  out->digitCount = size_t(decimals) + 1;
+  out->exponent = e + 1;
+  out->exponentLength = size_t(result.ptr - e - 1);
+  int exponent = 0;
+  std::from_chars(e + 2, result.ptr, exponent);
+  out->exponentValue = e[1] == '-' ? -exponent : exponent;
+  return true;
+}
+
+int renderExponential(qprintf_info *info, double magnitude, int precision, bool upper,
+                      const Symbols &symbols, const char *sign) {
+  const int decimals = std::min(precision, kMaxScientificDecimals);
+  DigitBuffer buffer(kScientificOverhead + size_t(decimals));
+  Scientific number;
+  if (buffer.data() == nullptr || !scientific(buffer, magnitude, decimals, &number))
+    return 0;
+  Layout layout;
+  layout.add(number.digits, 1);
+  if (precision > 0 || (info->flags & QPRINTF_FLAG_ALTERNATE))
+    layout.add(symbols.point);
+  layout.add(number.digits + 1, number.digitCount - 1);
+  layout.zeros(size_t(precision - decimals));
+  layout.add(upper ? "E" : "e", 1);
+  layout.add(number.exponent, number.exponentLength);
+  return layout.write(info, sign, true);
+}
+
+int renderGeneral(qprintf_info *info, double magnitude, int precision, bool upper,
+                  const Symbols &symbols, const char *sign) {
+  const int significant = precision == 0 ? 1 : precision;
+  const int decimals = std::min(significant - 1, kMaxScientificDecimals);
+  DigitBuffer buffer(kScientificOverhead + size_t(decimals));
+  Scientific number;
+  if (buffer.data() == nullptr || !scientific(buffer, magnitude, decimals, &number))
+    return 0;
+  const bool alternate = (info->flags & QPRINTF_FLAG_ALTERNATE) != 0;
+  // Zeros beyond what to_chars was asked for; "#" keeps them, as it keeps
+  // every trailing zero.
+  const size_t extraZeros = alternate ? size_t(significant - 1 - decimals) : 0;
+  const int exponent = number.exponentValue;
+  Layout layout;
+
+  if (exponent < significant && exponent >= -4) {
+    // Fixed form with significant - 1 - exponent decimals: the same digits,
+    // the point moved.
+    size_t integerDigits = exponent >= 0 ? size_t(exponent) + 1 : 0;
+    size_t digitCount = number.digitCount;
+    if (!alternate)
+      digitCount = withoutTrailingZeros(number.digits, digitCount, integerDigits);
+    if (exponent >= 0) {
+      layout.add(number.digits, integerDigits);
+    } else {
+      layout.add("0", 1);
+    }
+    const bool hasFraction = digitCount > integerDigits || extraZeros > 0;
+    if (hasFraction || alternate)
+      layout.add(symbols.point);
+    if (exponent < 0)
+      layout.zeros(size_t(-exponent - 1));
+    layout.add(number.digits + integerDigits, digitCount - integerDigits);
+    layout.zeros(extraZeros);
+  } else {
+    size_t digitCount = number.digitCount;
+    if (!alternate)
+      digitCount = withoutTrailingZeros(number.digits, digitCount, 1);
+    layout.add(number.digits, 1);
+    if (digitCount > 1 || extraZeros > 0 || alternate)
+      layout.add(symbols.point);
+    layout.add(number.digits + 1, digitCount - 1);
+    layout.zeros(extraZeros);
+    layout.add(upper ? "E" : "e", 1);
+    layout.add(number.exponent, number.exponentLength);
+  }
+  return layout.write(info, sign, true);
+}
+
+std::chars_format styleOf(unsigned char conversion) {
+  switch (conversion) {
+  case 'f':
+  case 'F':
+    return std::chars_format::fixed;
+  case 'e':
+  case 'E':
+    return std::chars_format::scientific;
+  default:
+    return std::chars_format::general;
+  }
+}
+
+// The longest text to_chars can write for the value at the precision.
+size_t longestText(double magnitude, int precision, std::chars_format style) {
+  // Scientific (and g, whichever form it takes): a digit, the point, the
+  // decimals, "e-308" (g's fixed form "0.0000ddd" is no longer).
+  if (style != std::chars_format::fixed)
+    return size_t(precision) + 8;
+  return (magnitude < 1e16 ? 17 : 310) + size_t(precision) + 1;
+}
+
+void upperCaseExponent(char *digits, char *end) {
+  // The exponent is at most "e+308".
+  for (char *letter = end - 1; letter >= digits && letter >= end - 5; --letter)
+    if (*letter == 'e')
+      *letter = 'E';
+}
+
+// Without "#" and "'", printf's text is exactly what to_chars writes at the
+// same precision, for g too (both drop its trailing zeros). Without a width
+// it goes straight into the sink's room when it surely fits; otherwise
+// through a stack buffer, padded from there. False when it does not fit
+// the stack buffer either.
+bool renderDirectly(qprintf_info *info, double magnitude, int precision, unsigned char conversion,
+                    const char *sign, int *result) {
+  const std::chars_format style = styleOf(conversion);
+  const bool upper = conversion == 'E' || conversion == 'G';
+  const size_t signLength = sign[0] != '\0' ? 1 : 0;
+  qprintf_sink *sink = info->sink;
+  if (info->width == 0 &&
+      size_t(sink->limit - sink->cursor) >= signLength + longestText(magnitude, precision, style)) {
+    char *digits = sink->cursor + signLength;
+    char *end = std::to_chars(digits, sink->limit, magnitude, style, precision).ptr;
+    if (upper)
+      upperCaseExponent(digits, end);
+    if (signLength != 0)
+      *sink->cursor = sign[0];
+    sink->count += end - sink->cursor;
+    sink->cursor = end;
+    *result = static_cast<unsigned char>(end[-1]);
+    return true;
+  }
+
+  char buffer[kStackBufferSize];
+  const std::to_chars_result converted =
+      std::to_chars(buffer, buffer + sizeof buffer, magnitude, style, precision);
+  if (converted.ec != std::errc())
+    return false;
+  if (upper)
+    upperCaseExponent(buffer, converted.ptr);
+  Layout layout;
+  layout.add(buffer, size_t(converted.ptr - buffer));
+  *result = layout.write(info, sign, true);
+  return true;
+}
+
+} // namespace
+
+int fetchFloat(va_list *arguments, qprintf_info *info) noexcept {
+  // "L" too: a long double argument is not supported, a double is read.
+  info->value.number = va_arg(*arguments, double);
+  return 0;
+}
+
+int renderFloat(qprintf_info *info) noexcept {
+  const unsigned char conversion = info->conversion;
+  switch (conversion) {
+  case 'a':
+  case 'A':
+    ZBLogNYICounter("_format_float", 420);
+    return 0;
+  case 'e':
+  case 'E':
+  case 'f':
+  case 'F':
+  case 'g':
+  case 'G':
+    break;
+  default:
+    return 0;
+  }
+  const bool upper = conversion < 'a';
+  const Symbols symbols =
+      (info->flags & QPRINTF_FLAG_GROUPING) ? localeSymbols() : Symbols{".", "+", "-"};
+  const double value = info->value.number;
+  const char *sign =
+      std::signbit(value) ? symbols.minus : (info->flags & QPRINTF_FLAG_PLUS) ? symbols.plus : "";
+
+  if (!std::isfinite(value)) {
+    Layout layout;
+    if (std::isnan(value))
+      layout.add(upper ? "NAN" : "nan", 3);
+    else
+      layout.add(upper ? "INF" : "inf", 3);
+    return layout.write(info, sign, false);
+  }
+  const int precision = info->precision < 0 ? 6 : info->precision;
+  const double magnitude = std::fabs(value);
+  int result = 0;
+  if ((info->flags & (QPRINTF_FLAG_GROUPING | QPRINTF_FLAG_ALTERNATE)) == 0 &&
+      renderDirectly(info, magnitude, precision, conversion, sign, &result))
+    return result;
+  switch (conversion) {
+  case 'f':
+  case 'F':
+    return renderFixed(info, magnitude, precision, symbols, sign);
+  case 'e':
+  case 'E':
+    return renderExponential(info, magnitude, precision, upper, symbols, sign);
+  default:
+    return renderGeneral(info, magnitude, precision, upper, symbols, sign);
+  }
+}
+
+} // namespace zb::format

@@ -1,0 +1,41 @@
+// Look-ups of the optional Windows functions declared in ZBWinAPI.h.
+#include "ZBWinAPI.h"
+
+#include <initializer_list>
+
+namespace zb::winapi {
+namespace {
+
+// Wine exports some functions it does not implement (calling one ends the
+// process), so under Wine only the long-standing entry points are used.
+// Wine identifies itself by this ntdll export.
+bool runningUnderWine() noexcept {
+  HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+  return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+}
+
+// Newer functions live in kernelbase.dll; kernel32.dll forwards some of them.
+FARPROC kernelFunction(const char *name) noexcept {
+  for (const wchar_t *module : {L"kernelbase.dll", L"kernel32.dll"}) {
+    HMODULE handle = GetModuleHandleW(module);
+    FARPROC function = handle == nullptr ? nullptr : GetProcAddress(handle, name);
+    if (function != nullptr)
+      return function;
+  }
+  return nullptr;
+}
+
+} // namespace
+
+std::atomic<QueryUnbiasedInterruptTimeFunction> gQueryUnbiasedInterruptTimePrecise{nullptr};
+
+QueryUnbiasedInterruptTimeFunction resolveQueryUnbiasedInterruptTimePrecise() noexcept {
+  QueryUnbiasedInterruptTimeFunction precise = nullptr;
+  if (!runningUnderWine())
+    precise = reinterpret_cast<QueryUnbiasedInterruptTimeFunction>(
+        reinterpret_cast<void (*)()>(kernelFunction("QueryUnbiasedInterruptTimePrecise")));
+  gQueryUnbiasedInterruptTimePrecise.store(precise, std::memory_order_relaxed);
+  return precise;
+}
+
+} // namespace zb::winapi

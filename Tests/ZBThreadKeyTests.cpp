@@ -1,0 +1,213 @@
+// Thread keys: the 512-key limit and slot reuse, values that go stale when
+// their key is deleted, per-thread values, destructor passes at thread exit,
+// and the table that cannot be made.
+#include <gtest/gtest.h>
+
+#include "ZBBaseAllocator.h"
+#include "ZBLog.h"
+#include "ZBThread.h"
+
+#include <atomic>
+#include <climits>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr ZBThreadKey kFirstKey = 251;
+constexpr ZBThreadKey kLastKey = 762;
+
+std::string ringContents() {
+  std::string text(65536, '\0');
+  const int32_t length = ZBLogBufferCopyBytes(text.data(), static_cast<uint32_t>(text.size()));
+  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
+  return text;
+}
+
+size_t occurrences(const std::string &text, const std::string &needle) {
+  size_t count = 0;
+  for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
+    ++count;
+  return count;
+}
+
+// Runs `body` on a thread of its own and waits until that thread has ended
+// (and so has run its key destructors).
+template <typename Body>
+void onOtherThread(Body body) {
+  std::thread thread(body);
+  thread.join();
+}
+
+int marker[8];
+
+} // namespace
+
+TEST(ZBThreadKeyTest, AllKeysCanBeTakenAndTheLowestFreeSlotIsReused) {
+  std::vector<ZBThreadKey> keys;
+  const std::string before = ringContents();
+  for (int attempt = 0; attempt <= 512; ++attempt) {
+    const ZBThreadKey key = ZBThreadKeyCreate(nullptr);
+    if (key == -1)
+      break;
+    keys.push_back(key);
+  }
+  ASSERT_FALSE(keys.empty());
+  EXPECT_LE(keys.size(), 512u);
+  EXPECT_EQ(-1, ZBThreadKeyCreate(nullptr));
+  // One warning per refusal: the one that ended the loop and the one above.
+  const char *const kWarning = "ZBThreadKeyCreate: WARNING: Depleted ZBThreadKeys";
+  EXPECT_EQ(2u, occurrences(ringContents(), kWarning) - occurrences(before, kWarning));
+  for (size_t i = 0; i < keys.size(); ++i) {
+    EXPECT_GE(keys[i], kFirstKey);
+    EXPECT_LE(keys[i], kLastKey);
+    if (i > 0) {
+      EXPECT_LT(keys[i - 1], keys[i]) << "slots are handed out lowest first";
+    }
+  }
+  // The library's own keys, if any, were made at load and so come first.
+  EXPECT_EQ(kLastKey, keys.back());
+
+  const ZBThreadKey middle = keys[keys.size() / 2];
+  const ZBThreadKey late = keys[keys.size() - 3];
+  EXPECT_EQ(0, ZBThreadKeyDelete(late));
+  EXPECT_EQ(0, ZBThreadKeyDelete(middle));
+  EXPECT_EQ(ZBErrorInvalidHandle, ZBThreadKeyDelete(middle));
+  EXPECT_EQ(middle, ZBThreadKeyCreate(nullptr));
+  EXPECT_EQ(late, ZBThreadKeyCreate(nullptr));
+  for (ZBThreadKey key : keys)
+    EXPECT_EQ(0, ZBThreadKeyDelete(key));
+}
+
+TEST(ZBThreadKeyTest, ValuesOutsideTheKeyRangeAreRefused) {
+  for (ZBThreadKey key : {kFirstKey - 1, kLastKey + 1, -1, 0, INT_MIN, INT_MAX}) {
+    EXPECT_EQ(ZBErrorInvalidHandle, ZBThreadKeyDelete(key)) << key;
+    EXPECT_EQ(ZBErrorInvalidHandle, ZBThreadSetSpecific(key, &marker[0])) << key;
+    EXPECT_EQ(nullptr, ZBThreadGetSpecific(key)) << key;
+  }
+  // In range but never created.
+  const ZBThreadKey key = ZBThreadKeyCreate(nullptr);
+  ASSERT_NE(-1, key);
+  ASSERT_EQ(0, ZBThreadKeyDelete(key));
+  EXPECT_EQ(ZBErrorInvalidHandle, ZBThreadKeyDelete(key));
+}
+
+TEST(ZBThreadKeyTest, EachThreadSeesItsOwnValue) {
+  const ZBThreadKey key = ZBThreadKeyCreate(nullptr);
+  ASSERT_NE(-1, key);
+  EXPECT_EQ(nullptr, ZBThreadGetSpecific(key));
+  ASSERT_EQ(0, ZBThreadSetSpecific(key, &marker[0]));
+  onOtherThread([key] {
+    EXPECT_EQ(nullptr, ZBThreadGetSpecific(key));
+    EXPECT_EQ(0, ZBThreadSetSpecific(key, &marker[1]));
+    EXPECT_EQ(&marker[1], ZBThreadGetSpecific(key));
+  });
+  EXPECT_EQ(&marker[0], ZBThreadGetSpecific(key));
+  EXPECT_EQ(0, ZBThreadSetSpecific(key, nullptr));
+  EXPECT_EQ(nullptr, ZBThreadGetSpecific(key));
+  EXPECT_EQ(0, ZBThreadKeyDelete(key));
+}
+
+TEST(ZBThreadKeyTest, ValuesOfADeletedKeyStayHiddenWhenItsSlotIsReused) {
+  const ZBThreadKey key = ZBThreadKeyCreate(nullptr);
+  ASSERT_NE(-1, key);
+  ASSERT_EQ(0, ZBThreadSetSpecific(key, &marker[0]));
+
+  std::atomic<int> step{0};
+  std::thread other([&] {
+    ZBThreadSetSpecific(key, &marker[1]);
+    step = 1;
+    while (step != 2)
+      std::this_thread::yield();
+    EXPECT_EQ(nullptr, ZBThreadGetSpecific(key)) << "the other thread's value is stale";
+  });
+  while (step != 1)
+    std::this_thread::yield();
+  ASSERT_EQ(0, ZBThreadKeyDelete(key));
+  EXPECT_EQ(nullptr, ZBThreadGetSpecific(key));
+  const ZBThreadKey reused = ZBThreadKeyCreate(nullptr);
+  EXPECT_EQ(key, reused) << "the freed slot is the lowest free one";
+  EXPECT_EQ(nullptr, ZBThreadGetSpecific(reused));
+  step = 2;
+  other.join();
+
+  ASSERT_EQ(0, ZBThreadSetSpecific(reused, &marker[2]));
+  EXPECT_EQ(&marker[2], ZBThreadGetSpecific(reused));
+  EXPECT_EQ(0, ZBThreadKeyDelete(reused));
+}
+
+namespace {
+
+ZBThreadKey gRearmingKey;
+std::atomic<int> gRearmingCalls;
+std::atomic<int> gPlainCalls;
+void *gPlainValue;
+
+// Stores a value again every time, so only the pass limit stops it.
+void rearm(void *value) {
+  ++gRearmingCalls;
+  ZBThreadSetSpecific(gRearmingKey, value);
+}
+
+void countPlain(void *value) {
+  ++gPlainCalls;
+  gPlainValue = value;
+}
+
+} // namespace
+
+TEST(ZBThreadKeyTest, DestructorsRunAtThreadExitInAtMostFourPasses) {
+  gRearmingKey = ZBThreadKeyCreate(rearm);
+  const ZBThreadKey plain = ZBThreadKeyCreate(countPlain);
+  const ZBThreadKey unset = ZBThreadKeyCreate(countPlain);
+  const ZBThreadKey deleted = ZBThreadKeyCreate(countPlain);
+  ASSERT_NE(-1, gRearmingKey);
+  ASSERT_NE(-1, deleted);
+  gRearmingCalls = 0;
+  gPlainCalls = 0;
+
+  onOtherThread([&] {
+    ZBThreadSetSpecific(gRearmingKey, &marker[0]);
+    ZBThreadSetSpecific(plain, &marker[1]);
+    ZBThreadSetSpecific(unset, nullptr);
+    ZBThreadSetSpecific(deleted, &marker[2]);
+    ZBThreadKeyDelete(deleted);
+  });
+  EXPECT_EQ(4, gRearmingCalls.load());
+  EXPECT_EQ(1, gPlainCalls.load()) << "null and stale values have no destructor call";
+  EXPECT_EQ(&marker[1], gPlainValue);
+
+  // A thread that never touched a key has nothing to destroy.
+  onOtherThread([] {});
+  EXPECT_EQ(4, gRearmingCalls.load());
+  for (ZBThreadKey key : {gRearmingKey, plain, unset})
+    EXPECT_EQ(0, ZBThreadKeyDelete(key));
+}
+
+namespace {
+
+void *failingCalloc(size_t, size_t) { return nullptr; }
+void *failingMalloc(size_t) { return nullptr; }
+
+} // namespace
+
+TEST(ZBThreadKeyTest, AThreadWhoseTableCannotBeMadeGetsNoMemory) {
+  const ZBThreadKey key = ZBThreadKeyCreate(nullptr);
+  ASSERT_NE(-1, key);
+  onOtherThread([key] {
+    // The table is made on a thread's first use of a key; this thread has
+    // not used one yet.
+    const ZBBaseAllocator saved = gZBBaseAllocator;
+    gZBBaseAllocator.calloc = failingCalloc;
+    gZBBaseAllocator.malloc = failingMalloc;
+    const ZBError setResult = ZBThreadSetSpecific(key, &marker[0]);
+    void *const got = ZBThreadGetSpecific(key);
+    gZBBaseAllocator = saved;
+    EXPECT_EQ(ZBErrorNoMemory, setResult);
+    EXPECT_EQ(nullptr, got);
+    EXPECT_EQ(0, ZBThreadSetSpecific(key, &marker[0])) << "made once memory is back";
+    EXPECT_EQ(&marker[0], ZBThreadGetSpecific(key));
+  });
+  EXPECT_EQ(0, ZBThreadKeyDelete(key));
+}

@@ -1,0 +1,345 @@
+// The format engine: its grammar where it differs from C's printf, the
+// conversions, positional arguments, and the three sinks with their exact
+// results. Deliberately odd formats are the point here, so the compiler's
+// printf checking is off for this file.
+#define ZB_FORMAT_EXTENSIONS 1
+
+#include <gtest/gtest.h>
+
+#include "qprintf.h"
+#include "qprintfDebuggerOutput.h"
+
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// Formats through the growing sink and the fixed sink, which must agree.
+std::string format(const char *format, ...) {
+  va_list arguments, again;
+  va_start(arguments, format);
+  va_copy(again, arguments);
+  char *grown = nullptr;
+  const int length = vqasprintf(&grown, format, arguments);
+  std::string result = grown != nullptr ? std::string(grown) : std::string("<null>");
+  qprffree(grown);
+  char fixed[4096];
+  const int fixedLength = vqsnprintf(fixed, sizeof fixed, format, again);
+  va_end(again);
+  va_end(arguments);
+  EXPECT_EQ(length, static_cast<int>(result.size())) << format;
+  EXPECT_EQ(fixedLength, length) << format;
+  EXPECT_EQ(std::string(fixed), result) << format;
+  return result;
+}
+
+TEST(qprintf, GrammarDiffersFromCWhereDeliberate) {
+  EXPECT_EQ(format("% d", 5), "5");          // the space flag adds nothing
+  EXPECT_EQ(format("%+d", 5), "+5");
+  EXPECT_EQ(format("%-+5d", 5), "+5d");      // "-" ends the flags: conversion "+"
+  EXPECT_EQ(format("%0-5d", 5), "-5d");      // so does "0"
+  EXPECT_EQ(format("% +d|", 5), "+d|");      // and the space
+  EXPECT_EQ(format("%-05d|", 42), "42   |"); // zeros after the loop are skipped
+  EXPECT_EQ(format("%#o", 8), "10");         // no octal prefix
+  EXPECT_EQ(format("%#x", 0), "0");
+  EXPECT_EQ(format("%#6x", 255), "  0xff");
+  EXPECT_EQ(format("%#06x", 255), "0x00ff");
+  EXPECT_EQ(format("%08.3d", 7), "     007");
+  EXPECT_EQ(format("%y%%%5%"), "y%    %");  // unknown conversions print themselves
+  EXPECT_EQ(format("%n|%d", 3), "n|3");      // "%n" takes no argument and stores nothing
+  EXPECT_EQ(format("abc%"), "abc");          // a format ending inside a specification
+  EXPECT_EQ(format("%5"), "");
+  // Digits right after "%" without "$" are a width, and no flags follow.
+  EXPECT_EQ(format("%5-d", 1), "    -d");
+  // "*" digits without "$" are skipped.
+  EXPECT_EQ(format("%*12d|", 4, 7), "   7|");
+}
+
+TEST(qprintf, SignsAndPaddingFollowC) {
+  EXPECT_EQ(format("%5d", -5), "   -5");
+  EXPECT_EQ(format("%.5d", -42), "-00042");
+  EXPECT_EQ(format("%05d", -42), "-0042");
+  EXPECT_EQ(format("%.0d|%.0x|%5.0d|", 0, 0, 0), "||     |");
+  EXPECT_EQ(format("%+.0d", 0), "+");
+  EXPECT_EQ(format("%+u %+x", 5u, 5u), "5 5"); // "+" only signs signed conversions
+  EXPECT_EQ(format("%#.5x", 255), "0x000ff");
+  EXPECT_EQ(format("%-6d|", -12), "-12   |");
+  // "*" widths and precisions.
+  EXPECT_EQ(format("%*d|", -4, 5), "5   |");
+  EXPECT_EQ(format("%-*d|", -4, 5), "5   |");
+  EXPECT_EQ(format("%0*d|", -4, 5), "5   |"); // left-justified: never trailing zeros
+  EXPECT_EQ(format("%.*d|%.*d|", -1, 0, -1, 7), "|7|"); // a negative precision is 0
+  EXPECT_EQ(format("%.*f", -1, 2.5), "2");
+}
+
+TEST(qprintf, IntegerLengthCodes) {
+  EXPECT_EQ(format("%hhd %hhu %hd %hu", 257, -1, 65537, -1), "1 255 1 65535");
+  EXPECT_EQ(format("%d %u %i", INT32_MIN, UINT32_MAX, -7), "-2147483648 4294967295 -7");
+  EXPECT_EQ(format("%ld %lu", -1, 4000000000u), "-1 4000000000"); // "l" is 32 bits
+  EXPECT_EQ(format("%lld %llu %qd", INT64_MIN, UINT64_MAX, -5LL),
+            "-9223372036854775808 18446744073709551615 -5");
+  EXPECT_EQ(format("%I64d %I32d %I64x", int64_t(1) << 40, -3, int64_t(-1)),
+            "1099511627776 -3 ffffffffffffffff");
+  EXPECT_EQ(format("%jd %zu %td %Id %Iu", intmax_t(-9), SIZE_MAX, ptrdiff_t(-2),
+                   ptrdiff_t(1) << 33, size_t(1) << 33),
+            "-9 18446744073709551615 -2 8589934592 8589934592");
+  // "I" before digits that do not make "32"/"64" is a length of its own.
+  EXPECT_EQ(format("%I6d", ptrdiff_t(1)), "6d");
+  EXPECT_EQ(format("%wd %wu", -1, -1), "-1 18446744073709551615"); // "w" sign-extends
+  EXPECT_EQ(format("%D %U %O %lU", -1, -1, 8, -1), "-1 4294967295 10 4294967295");
+  EXPECT_EQ(format("%X %x %o", 0xBEEFu, 0xBEEFu, 0777u), "BEEF beef 777");
+  EXPECT_EQ(format("%p", nullptr), "0");
+  EXPECT_EQ(format("%p", reinterpret_cast<void *>(0x1234)), "0x1234");
+  EXPECT_EQ(format("%p", reinterpret_cast<void *>(uintptr_t(0xFEDCBA9876543210))),
+            "0xfedcba9876543210");
+}
+
+TEST(qprintf, CharactersAndStrings) {
+  EXPECT_EQ(format("%c%c%3c|%-3c|", 'a', 'b' + 256, 'c', 'd'), "ab  c|d  |");
+  EXPECT_EQ(format("[%c]", 0), "[]"); // a zero byte prints nothing
+  EXPECT_EQ(format("%s|%.2s|%5s|%-5s|", "abc", "abc", "ab", "ab"), "abc|ab|   ab|ab   |");
+  EXPECT_EQ(format("%.0s|%.s|%.*s", "abc", "abc", 0, "abc"), "abc|abc|abc");
+  EXPECT_EQ(format("%s", static_cast<const char *>(nullptr)), "(null)");
+  EXPECT_EQ(format("%05s", "ab"), "000ab"); // "0" pads whatever the conversion
+  const char16_t wide[] = u"abc\u0141d";
+  EXPECT_EQ(format("%ls|%S|%.2ls|%.0ls|", wide, wide, wide, wide), "abcAd|abcAd|ab||");
+  const char32_t wider[] = U"xyz";
+  EXPECT_EQ(format("%lls %Ls", wider, wider), "xyz xyz");
+  EXPECT_EQ(format("%hs", u"hi"), "hi");
+  // "%c" with a long length takes no argument at all.
+  EXPECT_EQ(format("[%llc]%d", 5), "[]5");
+}
+
+TEST(qprintf, FloatingPoint) {
+  EXPECT_EQ(format("%e", 1.5), "1.500000e+00");
+  EXPECT_EQ(format("%f %F %.2f %.0f %#.0f", 1.5, 2.25, 2.675, 2.5, 3.0),
+            "1.500000 2.250000 2.67 2 3.");
+  EXPECT_EQ(format("%E %.0e %#.0e %.3e", 12345.678, 5.0, 5.0, 1e-300),
+            "1.234568E+04 5e+00 5.e+00 1.000e-300");
+  EXPECT_EQ(format("%g %g %g %g %g", 100000.0, 1e6, 1e-5, 0.0001, 123.456),
+            "100000 1e+06 1e-05 0.0001 123.456");
+  EXPECT_EQ(format("%G %#g %.0g %#.3g %g", 1e20, 1.0, 0.5, 99.9986, -0.0),
+            "1E+20 1.00000 0.5 100. -0");
+  EXPECT_EQ(format("%08.2f|%-8.2f|%+.1f|% .1f", -1.5, 1.5, 1.0, 1.0),
+            "-0001.50|1.50    |+1.0|1.0");
+  EXPECT_EQ(format("%f %F %e %+f %08f", INFINITY, -INFINITY, NAN, INFINITY, -INFINITY),
+            "inf -INF nan +inf     -inf");
+  EXPECT_EQ(format("%Lf", 0.25), "0.250000"); // "L" reads a double
+  EXPECT_EQ(format("[%a][%A][%5a]", 1.0, 1.0, 1.0), "[][][]");
+  // Precisions beyond a double's digits end in zeros.
+  const std::string longFixed = format("%.1100f", 0.5);
+  EXPECT_EQ(longFixed.size(), 1102u);
+  EXPECT_EQ(longFixed.substr(0, 4), "0.50");
+  EXPECT_EQ(longFixed.find_first_not_of('0', 3), std::string::npos);
+  const std::string longExponent = format("%.900e", 1.0);
+  EXPECT_EQ(longExponent.substr(longExponent.size() - 4), "e+00");
+  EXPECT_EQ(longExponent.size(), 906u);
+  EXPECT_EQ(format("%#.850g", 1.0).size(), 851u);
+  EXPECT_EQ(format("%.850g", 1.0), "1");
+  EXPECT_EQ(format("%.0f", 1e300).size(), 301u);
+}
+
+TEST(qprintf, PositionalArguments) {
+  EXPECT_EQ(format("%2$s %1$s", "world", "hello"), "hello world");
+  EXPECT_EQ(format("%1$s%1$s", "ab"), "abab");
+  EXPECT_EQ(format("%1$*2$.*3$s|", "abcdef", 5, 2), "   ab|");
+  EXPECT_EQ(format("%2$d %1$lld %3$.1f", 1LL << 40, 7, 2.5), "7 1099511627776 2.5");
+  // An index no conversion uses still takes one argument word.
+  EXPECT_EQ(format("%1$d %3$d", 1, 2, 3), "1 3");
+  // After a positional conversion, sequential ones continue behind it.
+  EXPECT_EQ(format("%2$d %d", 1, 2, 3), "2 3");
+}
+
+TEST(qprintf, ManySpecificationsAndArgumentsUseTheHeap) {
+  std::string expected;
+  for (int i = 0; i < 20; ++i)
+    expected += std::to_string(i) + ",";
+  EXPECT_EQ(format("%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,%d,", 0, 1, 2, 3,
+                   4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19),
+            expected);
+  EXPECT_EQ(format("%%%%%%%%%%%%%%%%%%%%|%10$d", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10),
+            "%%%%%%%%%%|10");
+  char buffer[8];
+  // More argument slots than the engine allows is a failure, not a crash.
+  EXPECT_EQ(qsnprintf(buffer, sizeof buffer, "%70000$d", 1), -1);
+}
+
+TEST(qprintf, FixedBufferSink) {
+  char buffer[16];
+  std::memset(buffer, 'x', sizeof buffer);
+  EXPECT_EQ(qsnprintf(buffer, 4, "abcdef"), 6);
+  EXPECT_STREQ(buffer, "abc");
+  EXPECT_EQ(buffer[4], 'x');
+  EXPECT_EQ(qsnprintf(buffer, 4, "abc"), 3);
+  EXPECT_STREQ(buffer, "abc");
+  EXPECT_EQ(qsnprintf(buffer, 4, "abcd"), 4);
+  EXPECT_STREQ(buffer, "abc");
+  EXPECT_EQ(qsnprintf(buffer, 4, "%s%d", "ab", 12345), 7);
+  EXPECT_STREQ(buffer, "ab1");
+  EXPECT_EQ(qsnprintf(buffer, 1, "abc"), 3);
+  EXPECT_STREQ(buffer, "");
+
+  std::memset(buffer, 'x', sizeof buffer);
+  EXPECT_EQ(qsnprintf(buffer, 0, "abcdef"), 6);
+  EXPECT_EQ(buffer[0], 'x');
+  EXPECT_EQ(qsnprintf(nullptr, 0, "%d", 12345), 5);
+  EXPECT_EQ(qsnprintf(buffer, -1, "abc"), -1);
+  EXPECT_EQ(buffer[0], 'x');
+  EXPECT_EQ(qsnprintf(nullptr, 5, "abc"), -1);
+
+  EXPECT_EQ(qsnprintf(buffer, sizeof buffer, nullptr), 0);
+  EXPECT_STREQ(buffer, "");
+  std::memset(buffer, 'x', sizeof buffer);
+  EXPECT_EQ(qsnprintf(buffer, sizeof buffer, ""), 0);
+  EXPECT_STREQ(buffer, "");
+  // Padding far beyond the buffer is counted, not stored.
+  EXPECT_EQ(qsnprintf(buffer, sizeof buffer, "%100000d", 1), 100000);
+  EXPECT_STREQ(buffer, "               ");
+}
+
+int unboundedFormat(char *buffer, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int result = vqsprintfx(buffer, 0, format, arguments);
+  va_end(arguments);
+  return result;
+}
+
+TEST(qprintf, UnboundedBufferSink) {
+  char buffer[64];
+  EXPECT_EQ(unboundedFormat(buffer, "%s-%05d", "abc", 42), 9);
+  EXPECT_STREQ(buffer, "abc-00042");
+  EXPECT_EQ(unboundedFormat(nullptr, "abc"), -1);
+}
+
+TEST(qprintf, GrowingBufferSink) {
+  char *text = nullptr;
+  EXPECT_EQ(qasprintf(&text, "%s=%d", "answer", 42), 9);
+  EXPECT_STREQ(text, "answer=42");
+  qprffree(text);
+
+  // Growth well past the first 128 bytes, in one run and in many.
+  EXPECT_EQ(qasprintf(&text, "%5000d|", 7), 5001);
+  ASSERT_NE(text, nullptr);
+  EXPECT_EQ(std::strlen(text), 5001u);
+  EXPECT_EQ(std::string(text + 4994), "     7|");
+  qprffree(text);
+  std::string many;
+  for (int i = 0; i < 60; ++i)
+    many += "%c";
+  std::string expected(60, 'q');
+  EXPECT_EQ(qasprintf(&text, many.c_str(), 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q',
+                      'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q',
+                      'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q',
+                      'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q',
+                      'q', 'q', 'q', 'q'),
+            60);
+  EXPECT_EQ(std::string(text), expected);
+  qprffree(text);
+
+  EXPECT_EQ(qasprintf(&text, nullptr), 0);
+  ASSERT_NE(text, nullptr);
+  EXPECT_STREQ(text, "");
+  qprffree(text);
+
+  text = reinterpret_cast<char *>(1);
+  EXPECT_EQ(qasprintf(&text, "%70000$d", 1), -1);
+  EXPECT_EQ(text, nullptr);
+  EXPECT_EQ(qasprintf(nullptr, "abc"), -1);
+  qprffree(nullptr);
+}
+
+int streamFormat(FILE *stream, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int result = vqfprintf(stream, format, arguments);
+  va_end(arguments);
+  return result;
+}
+
+TEST(qprintf, StreamSink) {
+  FILE *stream = std::tmpfile();
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(streamFormat(stream, "%s %d\n%5.1f", "x", 12, 2.25), 10);
+  std::rewind(stream);
+  char contents[32] = {};
+  EXPECT_EQ(std::fread(contents, 1, sizeof contents - 1, stream), 10u);
+  EXPECT_STREQ(contents, "x 12\n  2.2");
+  std::fclose(stream);
+  EXPECT_EQ(streamFormat(nullptr, "abc"), -1);
+}
+
+// Catches the lines that standard output hands to the debugger output.
+std::mutex sLinesLock;
+std::vector<std::u16string> sLines;
+
+void catchLine(const char16_t *line) noexcept {
+  std::lock_guard<std::mutex> lock(sLinesLock);
+  sLines.emplace_back(line);
+}
+
+class DebuggerOutput : public ::testing::Test {
+protected:
+  void SetUp() override {
+    sLines.clear();
+    mPrevious = zb::format::setDebuggerLineWriter(catchLine);
+  }
+  void TearDown() override { zb::format::setDebuggerLineWriter(mPrevious); }
+  zb::format::DebuggerLineWriter mPrevious = nullptr;
+};
+
+TEST_F(DebuggerOutput, LinesAreDecodedAndBufferedPerThread) {
+  EXPECT_EQ(qprintf("%s", "h\xC3\xA9llo "), 7);
+  EXPECT_TRUE(sLines.empty()); // no newline yet: the line waits
+  EXPECT_EQ(qprintf("%d\n", 42), 3);
+  ASSERT_EQ(sLines.size(), 1u);
+  EXPECT_EQ(sLines[0], u"h\u00e9llo 42\n");
+
+  // Four bytes give a surrogate pair; lead bytes 0xD0-0xDF pass as units.
+  qprintf("\xF0\x9F\x98\x80|\xD0\xB0|\xE2\x82\xAC\n");
+  ASSERT_EQ(sLines.size(), 2u);
+  EXPECT_EQ(sLines[1], std::u16string(u"\U0001F600|\u00D0\u00B0|\u20AC\n"));
+
+  // ASCII inside an unfinished sequence: the pending byte passes, the ASCII
+  // byte is dropped.
+  qprintf("a\xE2\x82" "b\n");
+  ASSERT_EQ(sLines.size(), 3u);
+  EXPECT_EQ(sLines[2], std::u16string(u"a\u00E2\u0082\n"));
+
+  // Standard error goes the same way; a long line is cut at 1023 units.
+  streamFormat(stderr, "%1500d\n", 1);
+  ASSERT_EQ(sLines.size(), 5u);
+  EXPECT_EQ(sLines[3].size(), 1023u);
+  EXPECT_EQ(sLines[4].size(), 1500u - 1023u + 1u);
+
+  // Another thread's text never joins this thread's pending line.
+  qprintf("main ");
+  std::thread([] { qprintf("other\n"); }).join();
+  qprintf("line\n");
+  ASSERT_EQ(sLines.size(), 7u);
+  EXPECT_EQ(sLines[5], u"other\n");
+  EXPECT_EQ(sLines[6], u"main line\n");
+}
+
+int renderTwice(qprintf_info *info) {
+  qprintf_print_from_formatter(info, "ab", 0); // 0: the whole text
+  return qprintf_print_from_formatter(info, "abcdef", 3);
+}
+
+int fetchNothing(va_list *, qprintf_info *) { return 0; }
+
+TEST(qprintf, RegisteredConversionsWriteThroughTheFormatter) {
+  ASSERT_EQ(qprintf_modifier_register('k', 0, fetchNothing, renderTwice, nullptr), 1);
+  EXPECT_EQ(format("[%k][%-4k]", 1), "[ababc][ab  abc ]");
+  EXPECT_EQ(qprintf_print_from_formatter(nullptr, "x", 0), -1);
+}
+
+} // namespace
