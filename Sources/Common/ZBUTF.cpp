@@ -26,6 +26,10 @@ enum class SequenceKind : uint8_t {
   FourByte,  // raw value of a four-byte sequence, three lead bits included
 };
 
+constexpr uint32_t twoByteValue(uint8_t lead, uint8_t continuation) {
+  return (uint32_t(lead & 0x1F) << 6) | (continuation & 0x3F);
+}
+
 struct Sequence {
   SequenceKind kind;
   uint8_t length;
@@ -48,7 +52,7 @@ inline Sequence readSequence(const uint8_t *bytes, size_t remaining, bool latin1
   if (lead < 0xE0) {
     if (!continued)
       return {SequenceKind::Error, 1, 0};
-    const uint32_t value = (uint32_t(lead & 0x1F) << 6) | (bytes[1] & 0x3F);
+    const uint32_t value = twoByteValue(lead, bytes[1]);
     // An overlong form is consumed whole.
     if (value <= 0x7F)
       return {SequenceKind::Error, 2, 0};
@@ -94,35 +98,72 @@ struct UnitWriter {
   size_t room() const { return count < capacity ? capacity - count : 0; }
 };
 
-// Widens the run of ASCII bytes at the start of `bytes` (at most `length`
-// of them) into `out`, storing at most `room` units (nothing when `out` is
-// null), and returns the run's length. Most text crossing into the system
-// is ASCII, so whole 16-byte blocks go at once where the processor allows.
-inline size_t widenASCIIRun(const uint8_t *bytes, size_t length, ZBWChar *out, size_t room) {
+// Most text crossing into the system is ASCII: its runs are found and
+// copied sixteen bytes at a time where the processor allows.
+
+// The length of the run of ASCII bytes at the start of `bytes` (at most
+// `length` of them).
+inline size_t asciiRunLength(const uint8_t *bytes, size_t length) {
+  size_t run = 0;
+#if defined(__SSE2__)
+  for (; length - run >= 16; run += 16) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + run));
+    const unsigned highBits = static_cast<unsigned>(_mm_movemask_epi8(block));
+    if (highBits != 0)
+      return run + static_cast<size_t>(__builtin_ctz(highBits));
+  }
+#endif
+  while (run < length && bytes[run] < 0x80)
+    ++run;
+  return run;
+}
+
+// The length of the run of ASCII units at the start of `units`.
+inline size_t asciiRunLength(const ZBWChar *units, size_t length) {
+  size_t run = 0;
+#if defined(__SSE2__)
+  const __m128i nonASCIIBits = _mm_set1_epi16(static_cast<short>(0xFF80));
+  const __m128i zero = _mm_setzero_si128();
+  for (; length - run >= 8; run += 8) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(units + run));
+    // Two mask bits per unit, set for ASCII units.
+    const unsigned asciiBits = static_cast<unsigned>(
+        _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(block, nonASCIIBits), zero)));
+    if (asciiBits != 0xFFFF)
+      return run + static_cast<size_t>(__builtin_ctz(~asciiBits)) / 2;
+  }
+#endif
+  while (run < length && units[run] < 0x80)
+    ++run;
+  return run;
+}
+
+// Copies `count` ASCII bytes into units.
+inline void widenASCII(ZBWChar *out, const uint8_t *bytes, size_t count) {
   size_t done = 0;
 #if defined(__SSE2__)
   const __m128i zero = _mm_setzero_si128();
-  while (length - done >= 16 && (out == nullptr || room - done >= 16)) {
+  for (; count - done >= 16; done += 16) {
     const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + done));
-    const unsigned highBits = static_cast<unsigned>(_mm_movemask_epi8(block));
-    if (highBits != 0) {
-      // The run ends inside this block; the loop below finishes it.
-      length = done + static_cast<size_t>(__builtin_ctz(highBits));
-      break;
-    }
-    if (out != nullptr) {
-      _mm_storeu_si128(reinterpret_cast<__m128i *>(out + done), _mm_unpacklo_epi8(block, zero));
-      _mm_storeu_si128(reinterpret_cast<__m128i *>(out + done + 8),
-                       _mm_unpackhi_epi8(block, zero));
-    }
-    done += 16;
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + done), _mm_unpacklo_epi8(block, zero));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + done + 8), _mm_unpackhi_epi8(block, zero));
   }
 #endif
-  for (; done < length && bytes[done] < 0x80; ++done) {
-    if (out != nullptr && done < room)
-      out[done] = bytes[done];
+  for (; done < count; ++done)
+    out[done] = bytes[done];
+}
+
+// Copies `count` ASCII units into bytes.
+inline void narrowASCII(uint8_t *out, const ZBWChar *units, size_t count) {
+  size_t done = 0;
+#if defined(__SSE2__)
+  for (; count - done >= 8; done += 8) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(units + done));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(out + done), _mm_packus_epi16(block, block));
   }
-  return done;
+#endif
+  for (; done < count; ++done)
+    out[done] = static_cast<uint8_t>(units[done]);
 }
 
 void reportErrors(size_t *outErrorCount, size_t errors) {
@@ -148,35 +189,16 @@ public:
     count_ += length;
   }
 
-  // Writes the run of ASCII units at the start of `units` (at most `length`
-  // of them) and returns its length. Text bound for file names and logs is
-  // mostly ASCII, so whole blocks of eight units go at once where the
-  // processor allows.
-  size_t putASCIIRun(const ZBWChar *units, size_t length) {
-    size_t done = 0;
-#if defined(__SSE2__)
-    const __m128i nonASCIIBits = _mm_set1_epi16(static_cast<short>(0xFF80));
-    const __m128i zero = _mm_setzero_si128();
-    while (length - done >= 8 && (destination_ == nullptr || capacity_ - count_ >= 8)) {
-      const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(units + done));
-      const unsigned asciiMask = static_cast<unsigned>(
-          _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(block, nonASCIIBits), zero)));
-      if (asciiMask != 0xFFFF) {
-        // The run ends inside this block (two mask bits per unit); the loop
-        // below finishes it.
-        length = done + static_cast<size_t>(__builtin_ctz(~asciiMask)) / 2;
-        break;
-      }
-      if (destination_ != nullptr)
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(destination_ + count_),
-                         _mm_packus_epi16(block, block));
-      count_ += 8;
-      done += 8;
+  // `count` ASCII units: each fits while there is room, then the rest is
+  // dropped as for any character that does not fit.
+  void putASCII(const ZBWChar *units, size_t count) {
+    if (destination_ != nullptr) {
+      const size_t room = capacity_ - count_;
+      narrowASCII(destination_ + count_, units, count < room ? count : room);
+      if (count > room)
+        destination_ = nullptr;
     }
-#endif
-    for (; done < length && units[done] < 0x80; ++done)
-      put(units[done], 1);
-    return done;
+    count_ += count;
   }
 
   size_t count() const { return count_; }
@@ -232,10 +254,21 @@ extern "C" size_t ZBUTF8ToUTF16(ZBWChar *destination, size_t capacity, const cha
   size_t errors = 0;
   size_t position = 0;
   while (position < length) {
-    if (bytes[position] < 0x80) {
-      const size_t run = widenASCIIRun(bytes + position, length - position, out.next(), out.room());
+    const uint8_t lead = bytes[position];
+    if (lead < 0x80) {
+      const size_t run = asciiRunLength(bytes + position, length - position);
+      const size_t room = out.room();
+      widenASCII(out.next(), bytes + position, run < room ? run : room);
       position += run;
       out.count += run;
+      continue;
+    }
+    // Well-formed two-byte sequences, most of the rest of European text,
+    // take the short way.
+    if (lead >= 0xC2 && lead < 0xE0 && length - position >= 2 &&
+        isContinuation(bytes[position + 1])) {
+      out.put(twoByteValue(lead, bytes[position + 1]));
+      position += 2;
       continue;
     }
     const Sequence sequence = readSequence(bytes + position, length - position, latin1Fallback);
@@ -301,7 +334,9 @@ extern "C" size_t ZBUTF16ToUTF8(char *destination, size_t capacity, const ZBWCha
   for (size_t index = 0; index < length;) {
     const uint32_t unit = static_cast<uint16_t>(source[index]);
     if (unit < 0x80) {
-      index += out.putASCIIRun(source + index, length - index);
+      const size_t run = asciiRunLength(source + index, length - index);
+      out.putASCII(source + index, run);
+      index += run;
       continue;
     }
     ++index;

@@ -92,7 +92,7 @@ int64_t cpuNanoseconds(const FILETIME &kernel, const FILETIME &user) {
 } // namespace
 
 void _ZBTimeStartup() noexcept {
-  zb::winapi::resolveQueryUnbiasedInterruptTimePrecise();
+  zb::winapi::resolveQueryUnbiasedInterruptTime();
   sMonotonicFrequencyKnown.store(true, std::memory_order_relaxed);
   sMonotonicPrecisionKnown.store(true, std::memory_order_relaxed);
 }

@@ -25,17 +25,26 @@ FARPROC kernelFunction(const char *name) noexcept {
   return nullptr;
 }
 
+// The reader before resolution. A function of this library, so that the
+// pointer below is initialised at link time, before any code runs.
+BOOL WINAPI queryUnbiasedInterruptTimeUnresolved(PULONGLONG ticks) {
+  return QueryUnbiasedInterruptTime(ticks);
+}
+
 } // namespace
 
-std::atomic<QueryUnbiasedInterruptTimeFunction> gQueryUnbiasedInterruptTimePrecise{nullptr};
+std::atomic<QueryUnbiasedInterruptTimeFunction> gQueryUnbiasedInterruptTime{
+    queryUnbiasedInterruptTimeUnresolved};
 
-QueryUnbiasedInterruptTimeFunction resolveQueryUnbiasedInterruptTimePrecise() noexcept {
-  QueryUnbiasedInterruptTimeFunction precise = nullptr;
+QueryUnbiasedInterruptTimeFunction resolveQueryUnbiasedInterruptTime() noexcept {
+  QueryUnbiasedInterruptTimeFunction reader = nullptr;
   if (!runningUnderWine())
-    precise = reinterpret_cast<QueryUnbiasedInterruptTimeFunction>(
+    reader = reinterpret_cast<QueryUnbiasedInterruptTimeFunction>(
         reinterpret_cast<void (*)()>(kernelFunction("QueryUnbiasedInterruptTimePrecise")));
-  gQueryUnbiasedInterruptTimePrecise.store(precise, std::memory_order_relaxed);
-  return precise;
+  if (reader == nullptr)
+    reader = &QueryUnbiasedInterruptTime;
+  gQueryUnbiasedInterruptTime.store(reader, std::memory_order_relaxed);
+  return reader;
 }
 
 } // namespace zb::winapi
