@@ -21,17 +21,26 @@ std::string asciiText(size_t size) {
   return text;
 }
 
-// French prose: one two-byte character every ten or so bytes.
+// French prose, about one two-byte character in ten bytes. The words are
+// drawn pseudo-randomly so that no short period lets the branch predictors
+// learn the text, as they would with one sentence repeated.
 std::string europeanText(size_t size) {
-  static const char kWords[] = "L'\xC3\xA9t\xC3\xA9 o\xC3\xB9 la for\xC3\xAAt "
-                               "br\xC3\xBBlait, \xC3\xA0 c\xC3\xB4t\xC3\xA9 du lac. ";
+  static const char *const kWords[] = {
+      "l'\xC3\xA9t\xC3\xA9", "o\xC3\xB9", "la", "for\xC3\xAAt", "br\xC3\xBBlait",
+      "\xC3\xA0", "c\xC3\xB4t\xC3\xA9", "du", "lac", "et", "les", "enfants", "jouaient",
+      "pr\xC3\xA8s", "de", "l'\xC3\xA9" "cole", "fen\xC3\xAAtre", "tr\xC3\xA8s", "beau",
+      "temps"};
+  constexpr size_t kWordCount = sizeof kWords / sizeof kWords[0];
   std::string text;
-  while (text.size() < size)
-    text += kWords;
-  text.resize(size);
-  while (static_cast<uint8_t>(text.back()) >= 0x80) // no cut character at the end
-    text.pop_back();
-  return text;
+  uint32_t seed = 12345;
+  while (true) {
+    seed = seed * 1103515245u + 12345u;
+    const std::string word = std::string(kWords[(seed >> 16) % kWordCount]) +
+                             (((seed >> 8) & 7) == 0 ? ". " : " ");
+    if (text.size() + word.size() > size)
+      return text;
+    text += word;
+  }
 }
 
 #ifdef _WIN32

@@ -32,7 +32,7 @@ constexpr double kLargestSeconds = 9223372036.0;
 // every count whose result fits in 64 bits, and overflows at the same
 // count (about 29 years of uptime); the multiply is what it reduces to.
 constexpr int64_t nanosecondsFromTicks(int64_t ticks) {
-  return ticks * (kNanosecondsPerSecond / kTicksPerSecond);
+  return ticks * kNanosecondsPerTick;
 }
 
 // A FILETIME tick count to nanoseconds since the Unix epoch. Before 1970 the

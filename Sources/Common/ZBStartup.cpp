@@ -1,5 +1,7 @@
 // The library's load-time constructor: each module's start-up step, once,
-// in the order the modules depend on each other.
+// in the order the modules depend on each other. Steps of services that this
+// platform's library does not carry yet keep their place with no work, so
+// the order stays the one every build shares.
 #include "ZBLogPrivate.h"
 #include "ZBThreadPrivate.h"
 #include "ZBTimePrivate.h"
@@ -9,16 +11,35 @@
 
 namespace {
 
+struct StartupStep {
+  const char *module;
+  void (*start)() noexcept; // null: nothing to start here yet
+};
+
+constexpr StartupStep kStartupSteps[] = {
+    {"clocks and condition variables", _ZBTimeStartup},
+    {"logging", _ZBLogStartup},
+    {"threads", _ZBThreadStartup},
+    {"thread keys", _ZBThreadKeyStartup},
+    {"system information", nullptr},
+    {"backtraces", nullptr},
+    {"format conversions", qprintf_builtins_init},
+    {"process path", nullptr},
+    {"dynamic libraries", nullptr},
+    {"system information", nullptr},
+    {"tracing configuration", nullptr},
+};
+
 std::atomic<int> sStartups{0};
 
+// The initializer registrations of priority 1 come first: they are static
+// constructors of higher priority.
 __attribute__((constructor)) void startLibrary() {
   if (sStartups.fetch_add(1) != 0)
     return;
-  _ZBTimeStartup();
-  _ZBLogStartup();
-  _ZBThreadStartup();
-  _ZBThreadKeyStartup();
-  qprintf_builtins_init();
+  for (const StartupStep &step : kStartupSteps)
+    if (step.start != nullptr)
+      step.start();
 }
 
 } // namespace

@@ -22,6 +22,8 @@ namespace {
 
 using namespace zb::time;
 
+static_assert(kInfiniteMilliseconds == INFINITE, "the library's endless wait is the system's");
+
 // One clock's shared state, on a cache line of its own so that readers of
 // one clock do not slow down readers of another.
 struct alignas(64) ClockState {
