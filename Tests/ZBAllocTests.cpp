@@ -3,6 +3,8 @@
 // aligned blocks that _ZBFree must release.
 #include <gtest/gtest.h>
 
+#include "ZBTestSupport.h"
+
 #include "ZBAlloc.h"
 #include "ZBBaseAllocator.h"
 #include "ZBLog.h"
@@ -17,20 +19,6 @@
 #include <vector>
 
 namespace {
-
-std::string ringContents() {
-  std::string text(32768, '\0');
-  const int32_t length = ZBLogBufferCopyBytes(text.data(), static_cast<uint32_t>(text.size()));
-  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
-  return text;
-}
-
-size_t occurrences(const std::string &text, const std::string &needle) {
-  size_t count = 0;
-  for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
-    ++count;
-  return count;
-}
 
 bool isAligned(const void *pointer, size_t alignment) {
   return reinterpret_cast<uintptr_t>(pointer) % alignment == 0;
@@ -150,14 +138,14 @@ TEST(ZBAllocFailure, MidSizedRequestsLogOneErrorAndYieldNull) {
   gZBBaseAllocator.realloc = failingRealloc;
   gZBBaseAllocator.posixMemalign = failingMemalign;
 
-  const std::string before = ringContents();
+  const std::string before = zbtest::logRing();
   EXPECT_EQ(nullptr, _ZBAlloc(4096));
   EXPECT_EQ(nullptr, _ZBAllocAlign(64, 1024));
   EXPECT_EQ(nullptr, _ZBAllocWithCount(2, 1024));
   char block[8];
   EXPECT_EQ(nullptr, _ZBRealloc(block, 2147483648u));
-  const std::string after = ringContents();
-  auto added = [&](const char *text) { return occurrences(after, text) - occurrences(before, text); };
+  const std::string after = zbtest::logRing();
+  auto added = [&](const char *text) { return zbtest::occurrences(after, text) - zbtest::occurrences(before, text); };
   EXPECT_EQ(1u, added("_ZBAllocAlignWithZoneAndDesc: ERROR: Failed on malloc of 4096 bytes"));
   EXPECT_EQ(1u, added("Failed on malloc of 1024 bytes"));
   EXPECT_EQ(1u, added("_ZBAllocWithZoneCountAndDesc: ERROR: Failed on calloc of 2048 bytes"));
@@ -166,29 +154,18 @@ TEST(ZBAllocFailure, MidSizedRequestsLogOneErrorAndYieldNull) {
   EXPECT_NE(std::string::npos, after.find(":414] "));
 }
 
-// Fatal lines go to the log file set inside the dying process; the parent
-// reads it afterwards.
+// The Fatal line of a request that fails while the base allocator refuses
+// everything.
 void expectFatalLine(void (*statement)(), const std::string &expected) {
-  const std::string path = ::testing::TempDir() + "zballoc-fatal.log";
-  std::remove(path.c_str());
-  EXPECT_DEATH(
-      {
-        // The log's rules are read before the base starts failing.
-        ZBLogSetFile(path.c_str());
-        ZB_LOG_INFO("the base allocator fails from here on");
-        gZBBaseAllocator.malloc = failingMalloc;
-        gZBBaseAllocator.calloc = failingCalloc;
-        gZBBaseAllocator.realloc = failingRealloc;
-        statement();
-      },
-      "");
-  FILE *file = std::fopen(path.c_str(), "rb");
-  ASSERT_NE(nullptr, file) << path;
-  char text[4096] = {};
-  std::fread(text, 1, sizeof text - 1, file);
-  std::fclose(file);
-  std::remove(path.c_str());
-  EXPECT_NE(std::string::npos, std::string(text).find(expected)) << text;
+  const std::string lines = zbtest::logOfDyingProcess([statement] {
+    // The log's rules are read before the base starts failing.
+    ZB_LOG_INFO("the base allocator fails from here on");
+    gZBBaseAllocator.malloc = failingMalloc;
+    gZBBaseAllocator.calloc = failingCalloc;
+    gZBBaseAllocator.realloc = failingRealloc;
+    statement();
+  });
+  EXPECT_NE(std::string::npos, lines.find(expected)) << lines;
 }
 
 TEST(ZBAllocFailureDeathTest, SmallAndHugeFailuresEndTheProcess) {
@@ -245,13 +222,13 @@ TEST(ZBZone, FreeingAForeignPointerLogsAndStillFrees) {
     _ZBFreeWithZone(zone, foreign);
     EXPECT_EQ(1u, frees.freed.count(foreign));
   }
-  const std::string ring = ringContents();
+  const std::string ring = zbtest::logRing();
   EXPECT_NE(std::string::npos, ring.find(expected)) << expected;
   EXPECT_NE(std::string::npos, ring.find("[ZBZone.cpp:265] "));
   ZBZoneDestroy(zone);
 
   ZBZoneDestroy(nullptr);
-  EXPECT_NE(std::string::npos, ringContents().find("WARNING: Tried to destroy default zone"));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("WARNING: Tried to destroy default zone"));
   EXPECT_EQ(nullptr, ZBZoneGetDefaultZone());
   EXPECT_EQ(nullptr, ZBZoneFromPointer(foreign));
 }

@@ -3,6 +3,8 @@
 // library's own tables).
 #include <gtest/gtest.h>
 
+#include "ZBTestSupport.h"
+
 #include "ZBErrorMapping.h"
 #include "ZBLog.h"
 
@@ -10,20 +12,6 @@
 #include <string>
 
 namespace {
-
-std::string ringContents() {
-  std::string text(32768, '\0');
-  const int32_t length = ZBLogBufferCopyBytes(text.data(), static_cast<uint32_t>(text.size()));
-  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
-  return text;
-}
-
-size_t occurrences(const std::string &text, const std::string &needle) {
-  size_t count = 0;
-  for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
-    ++count;
-  return count;
-}
 
 TEST(ZBError, DescriptionsAtTheEdgesOfTheSpace) {
   EXPECT_STREQ("Success", ZBErrorGetDescription(0));
@@ -87,15 +75,15 @@ TEST(ZBErrorMapping, WindowsErrorsOfFileCalls) {
 }
 
 TEST(ZBErrorMapping, UnmappedWindowsErrorsAreIOWithOneWarningLine) {
-  std::string before = ringContents();
+  std::string before = zbtest::logRing();
   EXPECT_EQ(ZBErrorIO, __ZBIOErrorFromWinError(38));
-  std::string after = ringContents();
-  EXPECT_EQ(occurrences(before, "Unhandled ERROR_HANDLE_EOF. We never expect this error 0x26") + 1,
-            occurrences(after, "Unhandled ERROR_HANDLE_EOF. We never expect this error 0x26"));
+  std::string after = zbtest::logRing();
+  EXPECT_EQ(zbtest::occurrences(before, "Unhandled ERROR_HANDLE_EOF. We never expect this error 0x26") + 1,
+            zbtest::occurrences(after, "Unhandled ERROR_HANDLE_EOF. We never expect this error 0x26"));
   EXPECT_NE(std::string::npos, after.find("__ZBIOErrorFromWinError: WARNING: Unhandled"));
 
   EXPECT_EQ(ZBErrorIO, __ZBIOErrorFromWinError(1234));
-  EXPECT_NE(std::string::npos, ringContents().find("Unknown I/O error 0x4d2\n"));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("Unknown I/O error 0x4d2\n"));
   EXPECT_EQ(ZBErrorIO, __ZBIOErrorFromWinError(0xFFFFFFFFu));
 }
 
@@ -145,11 +133,11 @@ TEST(ZBErrorMapping, SocketDuplication) {
 
 TEST(ZBErrorMapping, NameResolutionLogsUnlessNumeric) {
   EXPECT_EQ(ZBErrorNotFound, _ZBSocketAddressErrorFromAIError(11001, "nowhere.invalid", false));
-  EXPECT_NE(std::string::npos, ringContents().find("DNS error: 11001 nowhere.invalid"));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("DNS error: 11001 nowhere.invalid"));
   EXPECT_EQ(ZBErrorNotFound, _ZBSocketAddressErrorFromAIError(10047, nullptr, false));
-  EXPECT_NE(std::string::npos, ringContents().find("DNS error: 10047 \r\n"));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("DNS error: 10047 \r\n"));
   EXPECT_EQ(ZBErrorNotFound, _ZBSocketAddressErrorFromAIError(11003, "numeric.host", true));
-  EXPECT_EQ(std::string::npos, ringContents().find("numeric.host"));
+  EXPECT_EQ(std::string::npos, zbtest::logRing().find("numeric.host"));
   EXPECT_EQ(ZBErrorInterrupted, _ZBSocketAddressErrorFromAIError(11002, "h", false));
   EXPECT_EQ(ZBErrorGeneric, _ZBSocketAddressErrorFromAIError(11004, "h", false));
 }

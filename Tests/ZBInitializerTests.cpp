@@ -21,20 +21,6 @@ int32_t sHasRunSeenByFirst = -1;
 
 void record(char tag) { sOrder += tag; }
 
-std::string deathLog(void (*statement)()) {
-  const std::string path = testing::TempDir() + "zbinit-death.log";
-  std::remove(path.c_str());
-  EXPECT_DEATH(
-      {
-        ZBLogSetFile(path.c_str());
-        statement();
-      },
-      "Backtrace of thread");
-  const std::string contents = zbtest::readFile(path);
-  std::remove(path.c_str());
-  return contents;
-}
-
 // One process runs the registry once for real; the other cases each die in
 // a fresh process of their own.
 TEST(ZBInitializer, RunsByPriorityWithStacksAndLateRegistrations) {
@@ -81,18 +67,18 @@ TEST(ZBInitializer, RunsByPriorityWithStacksAndLateRegistrations) {
 }
 
 TEST(ZBInitializerDeathTest, MisuseEndsTheProcess) {
-  std::string lines = deathLog([] { ZBInitializerReset(); });
+  std::string lines = zbtest::logOfDyingProcess([] { ZBInitializerReset(); });
   EXPECT_NE(std::string::npos, lines.find("[:58] ")) << lines;
   EXPECT_NE(std::string::npos, lines.find("FATAL: ZBInitializerRun has not been called!")) << lines;
 
-  lines = deathLog([] {
+  lines = zbtest::logOfDyingProcess([] {
     ZBInitializerRun();
     ZBInitializerRun();
   });
   EXPECT_NE(std::string::npos, lines.find("ZBInitializerRun: FATAL: ZBInitializerRun has already been run!"))
       << lines;
 
-  lines = deathLog([] {
+  lines = zbtest::logOfDyingProcess([] {
     ZBInitializerRegister_internal(
         [] { ZBInitializerRegister_internal([] {}, 1, "too late"); }, 2, "registers early");
     ZBInitializerRun();
@@ -102,7 +88,7 @@ TEST(ZBInitializerDeathTest, MisuseEndsTheProcess) {
                        "called too late, ZBInitializerRun has been already called."))
       << lines;
 
-  lines = deathLog([] {
+  lines = zbtest::logOfDyingProcess([] {
     std::thread worker([] { ZBInitializerRun(); });
     worker.join();
   });

@@ -40,33 +40,6 @@ void onThreads(int count, Body body) {
     thread.join();
 }
 
-size_t occurrencesInLogRing(const std::string &text) {
-  std::string ring(65536, '\0');
-  const int32_t copied = ZBLogBufferCopyBytes(ring.data(), static_cast<uint32_t>(ring.size()));
-  ring.resize(copied > 0 ? static_cast<size_t>(copied) : 0);
-  size_t count = 0;
-  for (size_t at = ring.find(text); at != std::string::npos; at = ring.find(text, at + 1))
-    ++count;
-  return count;
-}
-
-// The dying process writes its log to a file that the parent reads after.
-// The name must not depend on the process: the child computes it again.
-std::string fatalLinesOf(void (*statement)()) {
-  static std::string path;
-  path = testing::TempDir() + "zblock-death.log";
-  std::remove(path.c_str());
-  EXPECT_DEATH(
-      {
-        ZBLogSetFile(path.c_str());
-        statement();
-      },
-      "");
-  const std::string lines = zbtest::readFile(path);
-  std::remove(path.c_str());
-  return lines;
-}
-
 struct MutexKind {
   const char *name;
   ZBMutex *(*create)();
@@ -123,16 +96,16 @@ TEST(ZBMutex, TryAcquireAnswersNotOwnerWhenHeld) {
 
 TEST(ZBMutex, UnacquiredReleaseIsCaughtOnRequestAndLoggedOnce) {
   const std::string message = "ZBMutexRelease: ERROR: Called Mutex Release on a non-held lock";
-  const size_t before = occurrencesInLogRing(message);
+  const size_t before = zbtest::occurrences(zbtest::logRing(), message);
   ZBMutex *mutex = ZBMutexCreateNR();
   ASSERT_NE(nullptr, mutex);
   EXPECT_EQ(0, ZBMutexHandleUnacquiredRelease(mutex));
   EXPECT_EQ(ZBErrorCrossDevice, ZBMutexRelease(mutex));
-  EXPECT_EQ(before + 1, occurrencesInLogRing(message));
+  EXPECT_EQ(before + 1, zbtest::occurrences(zbtest::logRing(), message));
   // The lock stays free, and a proper release is still silent.
   EXPECT_EQ(0, ZBMutexTryAcquire(mutex));
   EXPECT_EQ(0, ZBMutexRelease(mutex));
-  EXPECT_EQ(before + 1, occurrencesInLogRing(message));
+  EXPECT_EQ(before + 1, zbtest::occurrences(zbtest::logRing(), message));
   EXPECT_EQ(0, ZBMutexFree(mutex));
 }
 
@@ -149,7 +122,7 @@ TEST(ZBMutex, AbsentRecordsAreRefused) {
 }
 
 TEST(ZBMutexDeathTest, RecursiveMutexCannotCatchUnacquiredReleases) {
-  const std::string lines = fatalLinesOf([] {
+  const std::string lines = zbtest::logOfDyingProcess([] {
     ZBMutexHandleUnacquiredRelease(ZBMutexCreateRecursive());
   });
   EXPECT_NE(std::string::npos,
@@ -198,14 +171,14 @@ TEST(ZBSpinLock, ContentionKeepsTheCountExact) {
 }
 
 TEST(ZBSpinLockDeathTest, VerifyingReleaseOfAFreeOrCorruptLockIsFatal) {
-  std::string lines = fatalLinesOf([] {
+  std::string lines = zbtest::logOfDyingProcess([] {
     ZBSpinLock lock = 0;
     _ZBSpinLockSlowRelease(&lock);
   });
   EXPECT_NE(std::string::npos, lines.find("ZBSpinLock.cpp:158] ")) << lines;
   EXPECT_NE(std::string::npos, lines.find("_ZBSpinLockSlowRelease: FATAL: BUG")) << lines;
 
-  lines = fatalLinesOf([] {
+  lines = zbtest::logOfDyingProcess([] {
     ZBSpinLock lock = 7;
     _ZBSpinLockSlowRelease(&lock);
   });

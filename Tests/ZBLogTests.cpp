@@ -16,14 +16,7 @@ namespace {
 
 const char *const kLogVariables[] = {"ZBLOG_LEVEL", "ZBLOG_CONFIG", "ZBLOG_CONFIG_FILE"};
 
-std::string ringContents() {
-  std::string text(32768, '\0');
-  const int32_t length = ZBLogBufferCopyBytes(text.data(), static_cast<uint32_t>(text.size()));
-  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
-  return text;
-}
-
-bool ringHas(const std::string &needle) { return ringContents().find(needle) != std::string::npos; }
+bool ringHas(const std::string &needle) { return zbtest::logRing().find(needle) != std::string::npos; }
 
 void writeFile(const std::string &path, const std::string &contents) {
   FILE *file = std::fopen(path.c_str(), "wb");
@@ -247,7 +240,7 @@ TEST_F(ZBLogTest, RingKeepsTheNewestLines) {
   // Each line is over 100 bytes: 400 of them overflow the ring.
   for (int i = 0; i < 400; ++i)
     ZB_LOG_INFO("filler line number %04d to push older lines out of the ring", i);
-  const std::string ring = ringContents();
+  const std::string ring = zbtest::logRing();
   EXPECT_EQ(32768u, ring.size());
   EXPECT_NE(std::string::npos, ring.find("number 0399 to push"));
   EXPECT_EQ(std::string::npos, ring.find("number 0000 to push"));
@@ -315,39 +308,24 @@ TEST(ZBLogHooks, BugReportCallbackReceivesItsContext) {
   ZBLogSetBackgroundColor(0xFF0000);
 }
 
-// The dying process writes its lines to a file that the test reads after.
-// The name must not depend on the process: the child computes it again.
-std::string linesOfDyingProcess(void (*statement)(const char *path)) {
-  const std::string path = testing::TempDir() + "zblog-death.log";
-  std::remove(path.c_str());
-  EXPECT_DEATH(statement(path.c_str()), "Backtrace of thread");
-  const std::string contents = zbtest::readFile(path);
-  std::remove(path.c_str());
-  return contents;
-}
-
 TEST(ZBLogDeathTest, FatalLinesEndTheProcess) {
-  std::string lines = linesOfDyingProcess([](const char *path) {
-    ZBLogSetFile(path);
+  std::string lines = zbtest::logOfDyingProcess([] {
     ZBLogX(ZBLogLevelFatal, "fatalFunction", "f.cpp", 9, "the end %d", 1);
   });
   EXPECT_NE(std::string::npos, lines.find("fatalFunction: FATAL: the end 1\r\n")) << lines;
 
-  lines = linesOfDyingProcess([](const char *path) {
-    ZBLogSetFile(path);
+  lines = zbtest::logOfDyingProcess([] {
     ZBLogFatalAssertion("assertingFunction", "a.cpp", 3, "ignored", "");
   });
   EXPECT_NE(std::string::npos, lines.find("assertingFunction: FATAL: Assertion failed\r\n"))
       << lines;
 
-  lines = linesOfDyingProcess([](const char *path) {
-    ZBLogSetFile(path);
+  lines = zbtest::logOfDyingProcess([] {
     ZBLogFatalAssertion("assertingFunction", "a.cpp", 3, nullptr, "x > 0");
   });
   EXPECT_NE(std::string::npos, lines.find("FATAL: Assertion failed: x > 0\r\n")) << lines;
 
-  lines = linesOfDyingProcess([](const char *path) {
-    ZBLogSetFile(path);
+  lines = zbtest::logOfDyingProcess([] {
     static int counter;
     ZBLogSetQVAnalyticsLogCounterPtr(&counter);
     ZBLogSetQVAnalyticsLogCounterPtr(&counter);
@@ -359,8 +337,7 @@ TEST(ZBLogDeathTest, FatalLinesEndTheProcess) {
                        "sZBLogQVAnalyticsLogCounterPtr should only be set once!"))
       << lines;
 
-  lines = linesOfDyingProcess([](const char *path) {
-    ZBLogSetFile(path);
+  lines = zbtest::logOfDyingProcess([] {
     ZBCrashDumpFixImmediately();
   });
   EXPECT_NE(std::string::npos, lines.find("ZBCrashDumpFixImmediately: FATAL: NOT YET IMPLEMENTED"))

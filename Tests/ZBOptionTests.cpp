@@ -14,29 +14,6 @@
 
 namespace {
 
-std::string ringContents() {
-  std::string text(32768, '\0');
-  const int32_t length = ZBLogBufferCopyBytes(text.data(), static_cast<uint32_t>(text.size()));
-  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
-  return text;
-}
-
-// The Fatal line of a registration that ends the process, read back from the
-// log file the dying process wrote.
-std::string fatalLineOf(void (*statement)()) {
-  const std::string path = testing::TempDir() + "zboption-death.log";
-  std::remove(path.c_str());
-  EXPECT_DEATH(
-      {
-        ZBLogSetFile(path.c_str());
-        statement();
-      },
-      "");
-  const std::string contents = zbtest::readFile(path);
-  std::remove(path.c_str());
-  return contents;
-}
-
 void readNothing(const char *, int32_t, void *) {}
 void writeNothing(const char *, int32_t, const void *) {}
 void notifyNothing(const char *) {}
@@ -82,7 +59,7 @@ TEST(ZBOptionDeathTest, RegistrationChecksInOrder) {
        "_ZBOptionCpy: FATAL: Attempt to read invalid option type 9"},
   };
   for (const auto &deadly : cases) {
-    const std::string lines = fatalLineOf(deadly.statement);
+    const std::string lines = zbtest::logOfDyingProcess(deadly.statement);
     EXPECT_NE(std::string::npos, lines.find(deadly.message)) << lines;
   }
 }
@@ -193,7 +170,7 @@ TEST(ZBOption, PrintListsNewestFirstSeparatedByBlankLines) {
   ZBOptionRegister("QUOVEX_P3", "third", nullptr, ZBOptionTypeBool, &flag, nullptr, "third help");
   ZBOptionRegister("QUOVEX_P4", "fourth", nullptr, 0, &unknown, nullptr, nullptr);
   ZBOptionsPrint();
-  const std::string ring = ringContents();
+  const std::string ring = zbtest::logRing();
   const size_t header = ring.rfind("Registered ZBOptions:\n");
   ASSERT_NE(std::string::npos, header);
   EXPECT_EQ(header + 22, ring.find("QUOVEX_P4=UNKNOWN\nQUOVEX_P3=YES\nthird help\n\n"

@@ -3,6 +3,8 @@
 // and the table that cannot be made.
 #include <gtest/gtest.h>
 
+#include "ZBTestSupport.h"
+
 #include "ZBBaseAllocator.h"
 #include "ZBLog.h"
 #include "ZBThread.h"
@@ -18,20 +20,6 @@ namespace {
 constexpr ZBThreadKey kFirstKey = 251;
 constexpr ZBThreadKey kLastKey = 762;
 
-std::string ringContents() {
-  std::string text(65536, '\0');
-  const int32_t length = ZBLogBufferCopyBytes(text.data(), static_cast<uint32_t>(text.size()));
-  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
-  return text;
-}
-
-size_t occurrences(const std::string &text, const std::string &needle) {
-  size_t count = 0;
-  for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
-    ++count;
-  return count;
-}
-
 // Runs `body` on a thread of its own and waits until that thread has ended
 // (and so has run its key destructors).
 template <typename Body>
@@ -46,7 +34,7 @@ int marker[8];
 
 TEST(ZBThreadKeyTest, AllKeysCanBeTakenAndTheLowestFreeSlotIsReused) {
   std::vector<ZBThreadKey> keys;
-  const std::string before = ringContents();
+  const std::string before = zbtest::logRing();
   for (int attempt = 0; attempt <= 512; ++attempt) {
     const ZBThreadKey key = ZBThreadKeyCreate(nullptr);
     if (key == -1)
@@ -58,7 +46,7 @@ TEST(ZBThreadKeyTest, AllKeysCanBeTakenAndTheLowestFreeSlotIsReused) {
   EXPECT_EQ(-1, ZBThreadKeyCreate(nullptr));
   // One warning per refusal: the one that ended the loop and the one above.
   const char *const kWarning = "ZBThreadKeyCreate: WARNING: Depleted ZBThreadKeys";
-  EXPECT_EQ(2u, occurrences(ringContents(), kWarning) - occurrences(before, kWarning));
+  EXPECT_EQ(2u, zbtest::occurrences(zbtest::logRing(), kWarning) - zbtest::occurrences(before, kWarning));
   for (size_t i = 0; i < keys.size(); ++i) {
     EXPECT_GE(keys[i], kFirstKey);
     EXPECT_LE(keys[i], kLastKey);

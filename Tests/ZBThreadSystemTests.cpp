@@ -3,6 +3,8 @@
 // thread at a time and through the suspend registry.
 #include <gtest/gtest.h>
 
+#include "ZBTestSupport.h"
+
 #include "Zenbor.h"
 
 #include <windows.h>
@@ -15,13 +17,6 @@
 namespace {
 
 constexpr uint32_t kNoSuchThread = 0xFFFFFFF0u;
-
-std::string ringContents() {
-  std::string text(65536, '\0');
-  const int32_t length = ZBLogBufferCopyBytes(text.data(), static_cast<uint32_t>(text.size()));
-  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
-  return text;
-}
 
 void pause(int milliseconds) {
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
@@ -165,14 +160,14 @@ TEST(ZBThreadSystemTest, CPUTimesGrowWhileAThreadWorks) {
   // An unknown thread fails to open with null, which the times then refuse.
   EXPECT_EQ(ZBErrorGeneric, ZBThreadGetCPUTimeUsageWithID(kNoSuchThread, &first));
   EXPECT_NE(std::string::npos,
-            ringContents().find("WARNING: Failed to get times for thread 4294967280: "));
+            zbtest::logRing().find("WARNING: Failed to get times for thread 4294967280: "));
 }
 
 TEST(ZBThreadSystemTest, RegistersOfAnotherThreadAreReadWhileItIsHeld) {
   ZBThreadState state{};
   EXPECT_EQ(ZBErrorNotOwner, ZBThreadStateGet(ZBThreadGetCurrentThreadID(), &state));
   EXPECT_EQ(ZBErrorGeneric, ZBThreadStateGet(kNoSuchThread, &state));
-  EXPECT_NE(std::string::npos, ringContents().find("ZBThreadStateGet: ERROR: OpenThread failed: "));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("ZBThreadStateGet: ERROR: OpenThread failed: "));
 
   Spinner spinner;
   ASSERT_NE(0u, spinner.thread());
@@ -226,7 +221,7 @@ TEST(ZBThreadSystemTest, SuspendAllStopsTheRegisteredThreads) {
   ZBThreadResumeAll();
   EXPECT_FALSE(first.isStopped());
   EXPECT_TRUE(ZBThreadSuspendRemove(kNoSuchThread));
-  const std::string log = ringContents();
+  const std::string log = zbtest::logRing();
   EXPECT_NE(std::string::npos, log.find("ZBThreadSuspendAll: WARNING: Failed to suspend thread -16"));
   EXPECT_NE(std::string::npos, log.find("ZBThreadResumeAll: WARNING: Failed to resume thread -16"));
 }

@@ -3,6 +3,8 @@
 // the suspend registry's bookkeeping and the thread-start hook.
 #include <gtest/gtest.h>
 
+#include "ZBTestSupport.h"
+
 #include "ZBLog.h"
 #include "ZBThread.h"
 #include "ZBThreadPrivate.h"
@@ -19,13 +21,6 @@
 #include <vector>
 
 namespace {
-
-std::string ringContents() {
-  std::string text(65536, '\0');
-  const int32_t length = ZBLogBufferCopyBytes(text.data(), static_cast<uint32_t>(text.size()));
-  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
-  return text;
-}
 
 // A thread started through ZBThreadCreate that reports what it sees of
 // itself, then waits until the test lets it end.
@@ -115,7 +110,7 @@ TEST(ZBThreadTest, LogLinesCarryTheThreadName) {
   const ZBThread thread = ZBThreadCreate("zb-logger", logFromWorker, nullptr, -1.0, 0, 0);
   ASSERT_NE(0u, thread);
   ASSERT_EQ(0, ZBThreadJoin(thread, nullptr));
-  EXPECT_NE(std::string::npos, ringContents().find(") zb-logger: "));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find(") zb-logger: "));
 }
 
 TEST(ZBThreadTest, JoinsRefuseTheCallerAndUnknownThreads) {
@@ -172,7 +167,7 @@ TEST(ZBThreadTest, PosixThreadsErrorsMapToLibraryCodes) {
 
 TEST(ZBThreadTest, CreationFailuresReturnZeroAndAreLogged) {
   EXPECT_EQ(0u, ZBThreadCreate("nothing", nullptr, nullptr, -1.0, 0, 0));
-  EXPECT_NE(std::string::npos, ringContents().find("ZBThreadCreate: ERROR: "));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("ZBThreadCreate: ERROR: "));
 }
 
 TEST(ZBThreadTest, NamesAreCopiedReplacedAndCleared) {
