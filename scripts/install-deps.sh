@@ -3,7 +3,7 @@
 # prepares a Wine prefix that reports Windows 10. Safe to run again.
 set -euo pipefail
 
-packages=(cmake make g++ clang googletest libgtest-dev libbenchmark-dev
+packages=(cmake make g++ clang googletest
           g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
           wine wine64)
 missing=()

@@ -10,9 +10,11 @@
 #include "ZBBaseAllocator.h"
 #include "ZBBuffer.h"
 #include "ZBEnvironment.h"
+#include "ZBLock.h"
 #include "ZBLogConfiguration.h"
 #include "ZBLogPrivate.h"
 #include "ZBPlatform.h"
+#include "ZBString.h"
 #include "qprintf.h"
 
 #include <cstring>
@@ -30,7 +32,7 @@ ZBLogSite *sDeterminedSites; // newest first
 ZBCircularBuffer *sRing;
 void *sLogFile;
 
-pthread_mutex_t sAnalyticsLock = PTHREAD_MUTEX_INITIALIZER;
+ZBMutex *sAnalyticsLock; // created at start-up
 void *sAnalyticsCounter;
 ZBBugReportCallback sBugReportCallback;
 
@@ -172,18 +174,15 @@ void determineSite(ZBLogSite *site) {
 } // namespace
 
 void _ZBLogStartup() noexcept {
+  // A copy: the environment's value may change under us.
   const char *logFile = ZBEnvironmentGetEnv("ZBLOG_TO_FILE");
-  char *path = nullptr;
-  if (logFile != nullptr) {
-    const size_t length = std::strlen(logFile);
-    path = static_cast<char *>(_ZBAlloc(length + 1));
-    std::memcpy(path, logFile, length + 1);
-  }
+  char *path = logFile ? _ZBCStringDuplicate(logFile) : nullptr;
   sRing = ZBCircularBufferCreate(kRingCapacity);
   sSink = debuggerSink;
   if (path != nullptr)
     ZBLogSetFile(path);
   _ZBFree(path);
+  sAnalyticsLock = ZBMutexCreateNR();
 }
 
 extern "C" bool ZBLogDetermineLogLevel(int32_t level, ZBLogSite *site, const char *file,
@@ -286,11 +285,11 @@ extern "C" void ZBLogSetFile(const char *path) noexcept {
 }
 
 extern "C" void ZBLogSetQVAnalyticsLogCounterPtr(void *pointer) noexcept {
-  pthread_mutex_lock(&sAnalyticsLock);
+  ZBMutexAcquire(sAnalyticsLock);
   const bool alreadySet = sAnalyticsCounter != nullptr;
   if (!alreadySet)
     sAnalyticsCounter = pointer;
-  pthread_mutex_unlock(&sAnalyticsLock);
+  ZBMutexRelease(sAnalyticsLock);
   if (alreadySet)
     ZB_LOG_FATAL_AT("ZBLogSetQVAnalyticsLogCounterPtr", __FILE__, 1264,
                     "sZBLogQVAnalyticsLogCounterPtr should only be set once!");

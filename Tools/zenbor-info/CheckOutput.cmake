@@ -1,5 +1,6 @@
 # Runs zenbor-info under Wine with the given log variables and checks that it
-# exits 0 and prints every expected line and none of the unexpected ones.
+# exits 0, prints every expected line and none of the unexpected ones, and
+# writes its log lines to the file named by ZBLOG_TO_FILE.
 #   cmake -DPROGRAM=... -DLOG_LEVEL=... -P CheckOutput.cmake
 set(ENV{WINEDEBUG} "-all")
 set(ENV{WINEDLLOVERRIDES} "winedbg.exe=d")
@@ -8,9 +9,21 @@ if(LOG_LEVEL AND NOT LOG_LEVEL STREQUAL "Default")
 else()
   unset(ENV{ZBLOG_LEVEL})
 endif()
+# ZBLOG_TO_FILE, read when the library loads, sends the lines to a file.
+get_filename_component(logFile "${PROGRAM}.log" ABSOLUTE)
+file(REMOVE "${logFile}")
+set(ENV{ZBLOG_TO_FILE} "${logFile}")
 execute_process(COMMAND wine ${PROGRAM} OUTPUT_VARIABLE output RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
   message(FATAL_ERROR "zenbor-info exited with ${status}:\n${output}")
+endif()
+# Compared as hex: reading the file as text would drop the CR of each CR LF.
+file(READ "${logFile}" logged HEX)
+string(HEX "qv-main: main: WARNING: a warning line" needle)
+string(FIND "${logged}" "${needle}0d0a" at)
+if(at EQUAL -1)
+  file(READ "${logFile}" logged)
+  message(SEND_ERROR "ZBLOG_TO_FILE: the log file lacks the lines:\n${logged}")
 endif()
 
 set(expected
