@@ -13,10 +13,11 @@
  *    so mislabelled Latin-1 text still reads.
  *  - U+D800-U+D8FF and U+F800-U+F8FF encoded in three bytes are rejected,
  *    while U+D900-U+DFFF pass as single units.
- *  - Four-byte sequences use only the two low bits of their lead byte (a
- *    0xF4 lead loses its top bit), and the low surrogate written for them
- *    is the code point OR 0xDC00 cut to 16 bits, without clearing its bits
- *    10-15 first (U+1F600 gives D83D FE00).
+ *  - Read into UTF-16, four-byte sequences use only the two low bits of
+ *    their lead byte (a 0xF4 lead loses its top bit, so U+100000-U+10FFFF
+ *    fall below U+10000 and are errors), and the low surrogate written
+ *    for them is the code point OR 0xDC00 cut to 16 bits, without clearing
+ *    its bits 10-15 first (U+1F600 gives D83D FE00).
  *  - Writing UTF-8, surrogates are never combined: every surrogate unit, and
  *    every unit from U+F800 up, is an error, so text outside the Basic
  *    Multilingual Plane does not convert to UTF-8.
@@ -131,7 +132,8 @@ ZB_EXPORT size_t ZBUTF8ToUTF16(ZBWChar *destination, size_t capacity, const char
                                size_t length, uint32_t flags,
                                size_t *outErrorCount) ZB_NOEXCEPT;
 /* One unit per code point; three- and four-byte values are taken as they
-   are, without the overlong and surrogate checks of ZBUTF8ToUTF16. */
+   are (all three lead bits of a four-byte sequence count), without the
+   overlong and surrogate checks of ZBUTF8ToUTF16. */
 ZB_EXPORT size_t ZBUTF8ToUTF32(uint32_t *destination, size_t capacity, const char *source,
                                size_t length, uint32_t flags,
                                size_t *outErrorCount) ZB_NOEXCEPT;

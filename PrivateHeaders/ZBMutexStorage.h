@@ -1,7 +1,7 @@
 // Where a ZBMutex keeps its Windows lock: a critical section for the
 // recursive kind, a slim reader/writer lock for the other, in the same
-// storage. Shared by the mutex and the condition variable, which waits on
-// either. Included by Sources/Win32 only.
+// storage. Shared by the mutex's Windows backend and the condition variable,
+// which waits on either. Included by Sources/Win32 only.
 #pragma once
 
 #include "ZBLock.h"

@@ -2,8 +2,10 @@
 // specifications and tells how many argument slots they need.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace zb::format {
 
@@ -31,6 +33,20 @@ struct ParsedFormat {
   uint64_t specifications; // all of them, also those beyond the capacity
   uint64_t slots;          // highest argument index used, plus one
 };
+
+// Bytes that can follow "%" before the conversion character: flags,
+// digits, "*", ".", length letters, and the end of the format.
+inline constexpr auto kStartsField = [] {
+  std::array<uint8_t, 256> table{};
+  for (const char c : std::string_view(" 0123456789#-+'*.hlqLjtzwI"))
+    table[static_cast<unsigned char>(c)] = 1;
+  table[0] = 1;
+  return table;
+}();
+
+// True when `c`, right after "%", is the conversion itself: the common
+// "%d", with no flags, width, precision or length.
+inline bool isBareConversion(unsigned char c) { return kStartsField[c] == 0; }
 
 // The first "%" at or after `text`, or its terminating zero.
 const char *findPercentOrEnd(const char *text) noexcept;

@@ -306,6 +306,24 @@ TEST(ZBCondVariable, UnlimitedWaitsReturnWhenSignalled) {
   }
 }
 
+// Negative finite seconds have a nanosecond count, and it is negative: no
+// timeout, exactly as for the values that have none.
+TEST(ZBCondVariable, NegativeSecondsWaitUntilSignalled) {
+  using Wait = ZBError (*)(ZBCondVariable *, ZBMutex *);
+  const Wait negativeWaits[] = {
+      [](ZBCondVariable *c, ZBMutex *m) { return ZBCondVariableTimedWait(c, m, -1.5); },
+      [](ZBCondVariable *c, ZBMutex *m) { return ZBCondVariableTimedWaitAbsolute(c, m, -1.0); },
+  };
+  for (size_t i = 0; i < std::size(negativeWaits); ++i) {
+    SCOPED_TRACE("wait #" + std::to_string(i));
+    Rendezvous r(ZBMutexCreateRecursive);
+    ZBCondVariableInit(&r.condition);
+    std::thread signaller([&] { r.signalReady(false); });
+    EXPECT_EQ(0, r.waitUntilReady(negativeWaits[i]));
+    signaller.join();
+  }
+}
+
 TEST(ZBCondVariable, BroadcastWakesEveryWaiter) {
   Rendezvous r(ZBMutexCreateNR);
   ZBCondVariableInit(&r.condition);

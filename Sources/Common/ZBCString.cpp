@@ -10,8 +10,8 @@
 
 namespace {
 
-// One UTF-16 unit never needs more than three bytes; the block is sized for
-// four per unit all the same, so any unit count converts in one pass.
+// UTF-8 copies of wide text get four bytes per unit (a unit never needs
+// more than three), so they convert in one pass without measuring first.
 constexpr size_t kUTF8BytesPerUnit = 4;
 
 } // namespace

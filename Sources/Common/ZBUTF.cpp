@@ -93,9 +93,8 @@ struct UnitWriter {
       destination[count] = static_cast<Unit>(unit);
     ++count;
   }
-  // Where the next unit goes, or null when nothing more fits.
-  Unit *next() const { return count < capacity ? destination + count : nullptr; }
-  size_t room() const { return count < capacity ? capacity - count : 0; }
+  // `run` ASCII bytes, as many as there is room for stored.
+  void putASCII(const uint8_t *bytes, size_t run);
 };
 
 // Most text crossing into the system is ASCII: its runs are found and
@@ -164,6 +163,13 @@ inline void narrowASCII(uint8_t *out, const ZBWChar *units, size_t count) {
 #endif
   for (; done < count; ++done)
     out[done] = static_cast<uint8_t>(units[done]);
+}
+
+template <>
+void UnitWriter<ZBWChar>::putASCII(const uint8_t *bytes, size_t run) {
+  if (count < capacity)
+    widenASCII(destination + count, bytes, run < capacity - count ? run : capacity - count);
+  count += run;
 }
 
 void reportErrors(size_t *outErrorCount, size_t errors) {
@@ -257,10 +263,8 @@ extern "C" size_t ZBUTF8ToUTF16(ZBWChar *destination, size_t capacity, const cha
     const uint8_t lead = bytes[position];
     if (lead < 0x80) {
       const size_t run = asciiRunLength(bytes + position, length - position);
-      const size_t room = out.room();
-      widenASCII(out.next(), bytes + position, run < room ? run : room);
+      out.putASCII(bytes + position, run);
       position += run;
-      out.count += run;
       continue;
     }
     // Well-formed two-byte sequences, most of the rest of European text,

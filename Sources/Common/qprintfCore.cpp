@@ -98,17 +98,24 @@ void setField(qprintf_info &info, int32_t width, int32_t precision, bool precisi
   info.precision = precisionFromArgument ? std::max(precision, 0) : precision;
 }
 
-// The info of `spec` before its arguments are fetched.
-qprintf_info startInfo(const ConversionSpec &spec, const qprintf_modifier &entry,
-                       qprintf_sink *sink) {
+// The info of a conversion before its arguments are fetched; width and
+// precision are still unset ("%d" has neither).
+qprintf_info startInfo(unsigned char conversion, uint32_t flags, uint32_t length,
+                       const qprintf_modifier &entry, qprintf_sink *sink) {
   qprintf_info info{};
-  info.flags = spec.flags;
-  info.length = spec.length;
-  info.conversion = spec.conversion;
+  info.flags = flags;
+  info.precision = -1;
+  info.length = length;
+  info.conversion = conversion;
   info.count = entry.count > 0 ? uint32_t(entry.count) : 0;
   info.userData = entry.userData;
   info.sink = sink;
   return info;
+}
+
+qprintf_info startInfo(const ConversionSpec &spec, const qprintf_modifier &entry,
+                       qprintf_sink *sink) {
+  return startInfo(spec.conversion, spec.flags, spec.length, entry, sink);
 }
 
 // Reads a conversion's arguments: its fetch function, or as many words as
@@ -232,6 +239,22 @@ int64_t runInOnePass(qprintf_sink *sink, const char *format, va_list arguments) 
   const char *literal = format;
   const char *percent;
   while (*(percent = findPercentOrEnd(literal)) == '%') {
+    const auto conversion = static_cast<unsigned char>(percent[1]);
+    if (isBareConversion(conversion)) {
+      // The common "%d" needs no specification record.
+      sinkWrite(sink, literal, size_t(percent - literal));
+      literal = percent + 2;
+      ++rendered;
+      const qprintf_modifier &entry = qprintf_modifier_table[conversion];
+      qprintf_info info = startInfo(conversion, 0, 0, entry, sink);
+      if (entry.count > 0) {
+        sequential += uint64_t(entry.count);
+        fetch(entry, &cursor, info);
+      }
+      if (entry.render != nullptr)
+        entry.render(&info);
+      continue;
+    }
     const ConversionSpec spec = parseSpecification(percent, sequential);
     if (spec.positional) {
       // Arguments named by position can come in any order: the rest of

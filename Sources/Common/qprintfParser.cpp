@@ -13,9 +13,7 @@
 #include "qprintfEngine.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
-#include <string_view>
 
 namespace zb::format {
 namespace {
@@ -131,16 +129,6 @@ uint8_t readLength(const unsigned char *&cursor, uint32_t flags) {
   }
 }
 
-// Bytes that can follow "%" before the conversion character: flags,
-// digits, "*", ".", length letters, and the end of the format.
-constexpr auto kStartsField = [] {
-  std::array<uint8_t, 256> table{};
-  for (const char c : std::string_view(" 0123456789#-+'*.hlqLjtzwI"))
-    table[static_cast<unsigned char>(c)] = 1;
-  table[0] = 1;
-  return table;
-}();
-
 // The conversion takes its argument at its own position, or where the
 // sequential index stands now (after any "*" arguments before it); the
 // sequential index moves past the arguments it takes.
@@ -196,8 +184,7 @@ ConversionSpec parseSpecification(const char *percent, uint64_t &sequential) noe
   spec.start = percent;
   spec.precision = -1;
   const auto *cursor = reinterpret_cast<const unsigned char *>(percent) + 1;
-  if (kStartsField[*cursor] == 0) {
-    // The common "%d": nothing between "%" and the conversion.
+  if (isBareConversion(*cursor)) {
     spec.conversion = *cursor;
     spec.resume = percent + 2;
     takeArgument(spec, false, 0, sequential);

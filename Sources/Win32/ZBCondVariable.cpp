@@ -1,14 +1,15 @@
 // Condition variables over the Windows condition variable, waiting with
 // either kind of ZBMutex: on its critical section or, exclusively, on its
-// slim reader/writer lock. Each wait form turns its timeout into the
-// millisecond count the system takes by its own rule (see ZBTimePrivate.h).
+// slim reader/writer lock. The five wait forms differ only in how their
+// timeout becomes the millisecond count the system takes (by the rules of
+// ZBTimePrivate.h); the double forms take the nanosecond forms' paths.
 #include "ZBLock.h"
 
 #include "ZBAlloc.h"
+#include "ZBLockRecord.h"
 #include "ZBMutexStorage.h"
 #include "ZBTime.h"
 #include "ZBTimePrivate.h"
-#include "ZBTrace.h"
 
 #include <windows.h>
 
@@ -24,56 +25,59 @@ CONDITION_VARIABLE *systemCondition(ZBCondVariable *condition) {
   return reinterpret_cast<CONDITION_VARIABLE *>(&condition->conditionStorage);
 }
 
-void initCondition(ZBCondVariable *condition) {
+void setUp(ZBCondVariable *condition) {
   InitializeConditionVariable(systemCondition(condition));
   condition->debugName = 0;
 }
 
-// The one wait all forms share. Wake-ups without a signal count as success.
-ZBError waitMilliseconds(ZBCondVariable *condition, ZBMutex *mutex, DWORD milliseconds) {
-  const BOOL woken =
-      mutex->recursive
-          ? SleepConditionVariableCS(systemCondition(condition),
-                                     zb::mutex::criticalSection(mutex), milliseconds)
-          : SleepConditionVariableSRW(systemCondition(condition), zb::mutex::slimLock(mutex),
-                                      milliseconds, 0);
+// Seconds to nanoseconds; a value with no nanosecond count becomes -1, which
+// every wait form reads as "no timeout".
+int64_t nanosecondsOrForever(double seconds) {
+  int64_t nanoseconds;
+  return nanosecondsFromSeconds(seconds, &nanoseconds) ? nanoseconds : -1;
+}
+
+// A negative deadline waits without timeout. A deadline already past still
+// waits 0 ms: the mutex is released and taken again, as callers of a timed
+// wait expect.
+DWORD millisecondsUntil(int64_t deadline) {
+  if (deadline < 0)
+    return INFINITE;
+  const int64_t now = ZBHRTimeUnix();
+  return truncatingTimeoutMilliseconds(now < deadline ? deadline - now : 0);
+}
+
+// The one wait all forms share, once the records are known to be there; the
+// timeout is worked out only then. Wake-ups without a signal count as
+// success.
+template <typename Milliseconds>
+ZBError waitMilliseconds(ZBCondVariable *condition, ZBMutex *mutex, Milliseconds milliseconds) {
+  if (condition == nullptr || mutex == nullptr)
+    return ZBErrorInvalidArgument;
+  const DWORD timeout = milliseconds();
+  const BOOL woken = mutex->recursive
+                         ? SleepConditionVariableCS(systemCondition(condition),
+                                                    zb::mutex::criticalSection(mutex), timeout)
+                         : SleepConditionVariableSRW(systemCondition(condition),
+                                                     zb::mutex::slimLock(mutex), timeout, 0);
   if (woken)
     return ZBErrorNone;
   return GetLastError() == ERROR_TIMEOUT ? ZBErrorTimedOut : ZBErrorGeneric;
 }
 
-ZBError waitUntil(ZBCondVariable *condition, ZBMutex *mutex, int64_t deadline) {
-  if (deadline < 0)
-    return waitMilliseconds(condition, mutex, INFINITE);
-  const int64_t now = ZBHRTimeUnix();
-  // A deadline already past still waits 0 ms: the mutex is released and
-  // taken again, as callers of a timed wait expect.
-  const int64_t remaining = now < deadline ? deadline - now : 0;
-  return waitMilliseconds(condition, mutex, truncatingTimeoutMilliseconds(remaining));
-}
-
 } // namespace
 
 extern "C" ZBCondVariable *ZBCondVariableCreate(void) noexcept {
-  auto *condition = static_cast<ZBCondVariable *>(_ZBAlloc(sizeof(ZBCondVariable)));
-  if (condition != nullptr)
-    initCondition(condition);
-  return condition;
+  return zb::lock::setUpAllocated<ZBCondVariable>(_ZBAlloc(sizeof(ZBCondVariable)), setUp);
 }
 
 extern "C" bool ZBCondVariableInit(ZBCondVariable *condition) noexcept {
-  if (condition == nullptr)
-    return false;
-  initCondition(condition);
-  return true;
+  return zb::lock::setUpInPlace(condition, setUp);
 }
 
 extern "C" int32_t ZBCondVariableSetDebugName(ZBCondVariable *condition,
                                               const char *name) noexcept {
-  if (condition == nullptr)
-    return 0;
-  condition->debugName = ZBTraceDefineName(name);
-  return condition->debugName;
+  return zb::lock::defineTraceName(condition, &ZBCondVariable::debugName, name);
 }
 
 extern "C" ZBError ZBCondVariableDestroy(ZBCondVariable *) noexcept { return ZBErrorNone; }
@@ -98,43 +102,26 @@ extern "C" ZBError ZBCondVariableBroadcast(ZBCondVariable *condition) noexcept {
 }
 
 extern "C" ZBError ZBCondVariableWait(ZBCondVariable *condition, ZBMutex *mutex) noexcept {
-  if (condition == nullptr || mutex == nullptr)
-    return ZBErrorInvalidArgument;
-  return waitMilliseconds(condition, mutex, INFINITE);
+  return waitMilliseconds(condition, mutex, [] { return INFINITE; });
 }
 
 extern "C" ZBError ZBCondVariableTimedWaitHR(ZBCondVariable *condition, ZBMutex *mutex,
                                              int64_t nanoseconds) noexcept {
-  if (condition == nullptr || mutex == nullptr)
-    return ZBErrorInvalidArgument;
-  return waitMilliseconds(condition, mutex, truncatingTimeoutMilliseconds(nanoseconds));
+  return waitMilliseconds(condition, mutex,
+                          [=] { return truncatingTimeoutMilliseconds(nanoseconds); });
 }
 
 extern "C" ZBError ZBCondVariableTimedWait(ZBCondVariable *condition, ZBMutex *mutex,
                                            double seconds) noexcept {
-  if (condition == nullptr || mutex == nullptr)
-    return ZBErrorInvalidArgument;
-  int64_t nanoseconds = 0;
-  const DWORD milliseconds = nanosecondsFromSeconds(seconds, &nanoseconds)
-                                 ? truncatingTimeoutMilliseconds(nanoseconds)
-                                 : INFINITE;
-  return waitMilliseconds(condition, mutex, milliseconds);
+  return ZBCondVariableTimedWaitHR(condition, mutex, nanosecondsOrForever(seconds));
 }
 
 extern "C" ZBError ZBCondVariableTimedWaitAbsoluteHR(ZBCondVariable *condition, ZBMutex *mutex,
                                                      int64_t deadline) noexcept {
-  if (condition == nullptr || mutex == nullptr)
-    return ZBErrorInvalidArgument;
-  return waitUntil(condition, mutex, deadline);
+  return waitMilliseconds(condition, mutex, [=] { return millisecondsUntil(deadline); });
 }
 
 extern "C" ZBError ZBCondVariableTimedWaitAbsolute(ZBCondVariable *condition, ZBMutex *mutex,
                                                    double deadline) noexcept {
-  if (condition == nullptr || mutex == nullptr)
-    return ZBErrorInvalidArgument;
-  // An unusable deadline becomes -1: no timeout.
-  int64_t nanoseconds;
-  if (!nanosecondsFromSeconds(deadline, &nanoseconds))
-    nanoseconds = -1;
-  return waitUntil(condition, mutex, nanoseconds);
+  return ZBCondVariableTimedWaitAbsoluteHR(condition, mutex, nanosecondsOrForever(deadline));
 }

@@ -1,10 +1,11 @@
 // Reader/writer locks over a slim reader/writer lock: many readers or one
-// writer, neither recursive nor owner tracked.
+// writer, neither recursive nor owner tracked. Reading and writing differ
+// only in the system calls they make, so each frame is written once over
+// the access it takes.
 #include "ZBLock.h"
 
 #include "ZBAlloc.h"
-#include "ZBSystemTrace.h"
-#include "ZBTrace.h"
+#include "ZBLockRecord.h"
 
 #include <windows.h>
 
@@ -19,71 +20,73 @@ static_assert(sizeof(SRWLOCK) <= sizeof(ZBRWLock::lockStorage) &&
 constexpr size_t kCreatedBlockSize = 160;
 static_assert(sizeof(ZBRWLock) <= kCreatedBlockSize, "the created block holds the record");
 
+constexpr char kWaitSpanFormat[] = "RWLockWait[%p]";
+
 SRWLOCK *slimLock(ZBRWLock *lock) { return reinterpret_cast<SRWLOCK *>(&lock->lockStorage); }
 
-void initLock(ZBRWLock *lock) {
+void setUp(ZBRWLock *lock) {
   InitializeSRWLock(slimLock(lock));
   lock->traceName = 0;
 }
 
-constexpr char kWaitSpanFormat[] = "RWLockWait[%p]";
+// The two ways to hold the lock, in the system's calls.
+struct SharedAccess {
+  static bool tryAcquire(ZBRWLock *lock) { return TryAcquireSRWLockShared(slimLock(lock)); }
+  static void acquire(ZBRWLock *lock) { AcquireSRWLockShared(slimLock(lock)); }
+  static void release(ZBRWLock *lock) { ReleaseSRWLockShared(slimLock(lock)); }
+};
+
+struct ExclusiveAccess {
+  static bool tryAcquire(ZBRWLock *lock) { return TryAcquireSRWLockExclusive(slimLock(lock)); }
+  static void acquire(ZBRWLock *lock) { AcquireSRWLockExclusive(slimLock(lock)); }
+  static void release(ZBRWLock *lock) { ReleaseSRWLockExclusive(slimLock(lock)); }
+};
+
+template <typename Access>
+ZBError acquire(ZBRWLock *lock) {
+  if (lock == nullptr)
+    return ZBErrorInvalidArgument;
+  zb::lock::acquireTryingFirst(lock, kWaitSpanFormat, Access::tryAcquire, Access::acquire);
+  return ZBErrorNone;
+}
+
+template <typename Access>
+ZBError release(ZBRWLock *lock) {
+  if (lock == nullptr)
+    return ZBErrorInvalidArgument;
+  Access::release(lock);
+  return ZBErrorNone;
+}
 
 } // namespace
 
 extern "C" ZBRWLock *ZBRWLockCreate(void) noexcept {
-  auto *lock =
-      static_cast<ZBRWLock *>(_ZBAllocWithZoneAndDesc(nullptr, kCreatedBlockSize, "ZBRWLockCreate"));
-  if (lock != nullptr)
-    initLock(lock);
-  return lock;
+  return zb::lock::setUpAllocated<ZBRWLock>(
+      _ZBAllocWithZoneAndDesc(nullptr, kCreatedBlockSize, "ZBRWLockCreate"), setUp);
 }
 
 extern "C" bool ZBRWLockInit(ZBRWLock *lock) noexcept {
-  if (lock == nullptr)
-    return false;
-  initLock(lock);
-  return true;
+  return zb::lock::setUpInPlace(lock, setUp);
 }
 
 extern "C" int32_t ZBRWLockSetTraceName(ZBRWLock *lock, const char *name) noexcept {
-  if (lock == nullptr)
-    return 0;
-  lock->traceName = ZBTraceDefineName(name);
-  return lock->traceName;
+  return zb::lock::defineTraceName(lock, &ZBRWLock::traceName, name);
 }
 
 extern "C" ZBError ZBRWLockAcquireRead(ZBRWLock *lock) noexcept {
-  if (lock == nullptr)
-    return ZBErrorInvalidArgument;
-  if (!TryAcquireSRWLockShared(slimLock(lock))) {
-    zb::SystraceWaitSpan span(kWaitSpanFormat, lock);
-    AcquireSRWLockShared(slimLock(lock));
-  }
-  return ZBErrorNone;
+  return acquire<SharedAccess>(lock);
 }
 
 extern "C" ZBError ZBRWLockAcquireWrite(ZBRWLock *lock) noexcept {
-  if (lock == nullptr)
-    return ZBErrorInvalidArgument;
-  if (!TryAcquireSRWLockExclusive(slimLock(lock))) {
-    zb::SystraceWaitSpan span(kWaitSpanFormat, lock);
-    AcquireSRWLockExclusive(slimLock(lock));
-  }
-  return ZBErrorNone;
+  return acquire<ExclusiveAccess>(lock);
 }
 
 extern "C" ZBError ZBRWLockReleaseRead(ZBRWLock *lock) noexcept {
-  if (lock == nullptr)
-    return ZBErrorInvalidArgument;
-  ReleaseSRWLockShared(slimLock(lock));
-  return ZBErrorNone;
+  return release<SharedAccess>(lock);
 }
 
 extern "C" ZBError ZBRWLockReleaseWrite(ZBRWLock *lock) noexcept {
-  if (lock == nullptr)
-    return ZBErrorInvalidArgument;
-  ReleaseSRWLockExclusive(slimLock(lock));
-  return ZBErrorNone;
+  return release<ExclusiveAccess>(lock);
 }
 
 extern "C" ZBError ZBRWLockDestroy(ZBRWLock *) noexcept { return ZBErrorNone; }
