@@ -34,12 +34,14 @@ inline size_t occurrences(const std::string &text, const std::string &needle) {
 }
 
 // Runs `statement` in a death test whose log goes to a file, and returns the
-// lines the dying process wrote. Fatal paths print a backtrace to stderr. The file's name must not depend on the
-// process: the child computes it again.
+// lines the dying process wrote. Fatal paths print a backtrace to stderr.
 template <typename Statement>
 std::string logOfDyingProcess(Statement statement,
                               const char *stderrPattern = "Backtrace of thread") {
-  const std::string path = testing::TempDir() + "zbtest-death.log";
+  // Named after the test, not the process: the child computes it again.
+  const std::string path = testing::TempDir() + "zbtest-" +
+                           testing::UnitTest::GetInstance()->current_test_info()->name() +
+                           ".log";
   std::remove(path.c_str());
   EXPECT_DEATH(
       {

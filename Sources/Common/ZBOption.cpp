@@ -51,7 +51,10 @@ public:
 template <typename... Arguments>
 [[noreturn]] void fatal(const char *function, uint32_t line, const char *format,
                         Arguments... arguments) {
-  ZB_LOG_FROM(&sSite, ZBLogLevelFatal, function, __FILE__, line, format, arguments...);
+  if constexpr (sizeof...(arguments) == 0)
+    ZB_LOG_FROM(&sSite, ZBLogLevelFatal, function, __FILE__, line, "%s", format);
+  else
+    ZB_LOG_FROM(&sSite, ZBLogLevelFatal, function, __FILE__, line, format, arguments...);
   ZBAbortWithBacktrace();
 }
 
