@@ -76,11 +76,11 @@ struct Arguments {
 };
 
 // What a conversion's fetch reads; false for characters without one.
-bool fetchOf(const zb::format::ConversionSpec &spec, Slot *out) {
-  switch (spec.conversion) {
+bool fetchOf(const zb::format::ConversionDirective &directive, Slot *out) {
+  switch (directive.conversion) {
   case 'c':
     // "%c" with a long length code reads nothing.
-    out->first = spec.length <= 4 || spec.length == 11 ? Kind::Word : Kind::Nothing;
+    out->first = directive.length <= 4 || directive.length == 11 ? Kind::Word : Kind::Nothing;
     return true;
   case 'C': case 'd': case 'D': case 'i': case 'u': case 'U': case 'x': case 'X':
   case 'o': case 'O': case 'p': case 'm':
@@ -93,7 +93,7 @@ bool fetchOf(const zb::format::ConversionSpec &spec, Slot *out) {
     out->first = Kind::Pointer;
     return true;
   case 'T':
-    out->first = spec.length == 4 || spec.length == 7 ? Kind::Pointer : Kind::Word;
+    out->first = directive.length == 4 || directive.length == 7 ? Kind::Pointer : Kind::Word;
     return true;
   case 'b':
     out->first = Kind::Word;
@@ -110,18 +110,18 @@ bool fetchOf(const zb::format::ConversionSpec &spec, Slot *out) {
 
 // Which argument each slot takes; false when two uses of a slot disagree
 // (the engine would render a value fetched for another kind).
-bool planSlots(const zb::format::ConversionSpec *specs, uint64_t count,
+bool planSlots(const zb::format::ConversionDirective *directives, uint64_t count,
                std::vector<Slot> &slots) {
   for (uint64_t i = 0; i < count; ++i) {
-    const zb::format::ConversionSpec &spec = specs[i];
-    if (spec.widthFromArgument)
-      slots[size_t(spec.width)].star = true;
-    if (spec.precisionFromArgument)
-      slots[size_t(spec.precision)].star = true;
+    const zb::format::ConversionDirective &directive = directives[i];
+    if (directive.widthFromArgument)
+      slots[size_t(directive.width)].star = true;
+    if (directive.precisionFromArgument)
+      slots[size_t(directive.precision)].star = true;
     Slot fetch;
-    if (spec.conversion == '\0' || !fetchOf(spec, &fetch))
+    if (directive.conversion == '\0' || !fetchOf(directive, &fetch))
       continue;
-    Slot &slot = slots[spec.argument];
+    Slot &slot = slots[directive.argument];
     if (slot.first != Kind::None && (slot.first != fetch.first || slot.second != fetch.second))
       return false;
     slot.first = fetch.first;
@@ -162,13 +162,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::string format = boundedFormat(data, size, &used);
   Values values{data + std::min(used, size), size - std::min(used, size)};
 
-  std::vector<zb::format::ConversionSpec> specs(64);
+  std::vector<zb::format::ConversionDirective> directives(64);
   const zb::format::ParsedFormat parsed =
-      zb::format::parseFormat(format.c_str(), specs.data(), specs.size());
-  if (parsed.specifications > specs.size() || parsed.slots > kMaxWords)
+      zb::format::parseFormat(format.c_str(), directives.data(), directives.size());
+  if (parsed.directives > directives.size() || parsed.slots > kMaxWords)
     return 0;
   std::vector<Slot> slots(parsed.slots);
-  if (!planSlots(specs.data(), parsed.specifications, slots))
+  if (!planSlots(directives.data(), parsed.directives, slots))
     return 0;
 
   // The block behind every pointer: input text, then zeros.

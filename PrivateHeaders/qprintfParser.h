@@ -1,5 +1,5 @@
 // The format engine's parser: turns a format into conversion
-// specifications and tells how many argument slots they need.
+// directives and tells how many argument slots they need.
 #pragma once
 
 #include <array>
@@ -15,9 +15,9 @@ namespace zb::format {
 constexpr uint64_t kMaxArgumentSlots = 65536;
 constexpr uint64_t kMaxSpecifications = uint64_t(1) << 22;
 
-struct ConversionSpec {
+struct ConversionDirective {
   const char *start;  // the "%"
-  const char *resume; // the first byte after the specification
+  const char *resume; // the first byte after the directive
   int32_t width;      // or the width argument's index
   int32_t precision;  // or the precision argument's index; -1 when absent
   uint32_t argument;  // the conversion's argument index
@@ -26,11 +26,11 @@ struct ConversionSpec {
   bool widthFromArgument;
   bool precisionFromArgument;
   bool positional; // it names an argument with "$" (itself or a "*")
-  unsigned char conversion; // 0 when the format ends inside the specification
+  unsigned char conversion; // 0 when the format ends inside the directive
 };
 
 struct ParsedFormat {
-  uint64_t specifications; // all of them, also those beyond the capacity
+  uint64_t directives; // all of them, also those beyond the capacity
   uint64_t slots;          // highest argument index used, plus one
 };
 
@@ -53,13 +53,13 @@ const char *findPercentOrEnd(const char *text) noexcept;
 // strlen for the short texts the engine mostly sees.
 size_t textLength(const char *text) noexcept;
 
-// Parses the specification whose "%" is at `percent`. `sequential` is the
+// Parses the directive whose "%" is at `percent`. `sequential` is the
 // next sequential argument index; it is moved past the arguments the
-// specification takes. Argument counts come from the modifier table, so the
+// directive takes. Argument counts come from the modifier table, so the
 // parse reflects the registrations.
-ConversionSpec parseSpecification(const char *percent, uint64_t &sequential) noexcept;
+ConversionDirective parseDirective(const char *percent, uint64_t &sequential) noexcept;
 
-// Parses `format` into at most `capacity` specifications.
-ParsedFormat parseFormat(const char *format, ConversionSpec *specs, size_t capacity) noexcept;
+// Parses `format` into at most `capacity` directives.
+ParsedFormat parseFormat(const char *format, ConversionDirective *directives, size_t capacity) noexcept;
 
 } // namespace zb::format

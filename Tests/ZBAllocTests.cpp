@@ -9,7 +9,6 @@
 #include "ZBBaseAllocator.h"
 #include "ZBLog.h"
 #include "qprintf.h"
-#include "qprintf.h"
 
 #include <cstdio>
 #include <cstring>

@@ -236,7 +236,7 @@ bool contains(const std::string &text, const char *part) {
 
 // The engine's flag loop ends right after a space, "-" or "0": a "+", "#",
 // "'" or "-" after one of those is the conversion itself, and a "0" after a
-// space is skipped as width. True when C's reading of some specification
+// space is skipped as width. True when C's reading of some directive
 // differs from the engine's that way.
 bool flagLoopDiffers(const std::string &format) {
   for (size_t i = 0; i < format.size(); ++i) {

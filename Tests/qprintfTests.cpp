@@ -55,7 +55,7 @@ TEST(qprintf, GrammarDiffersFromCWhereDeliberate) {
   EXPECT_EQ(format("%08.3d", 7), "     007");
   EXPECT_EQ(format("%y%%%5%"), "y%    %");  // unknown conversions print themselves
   EXPECT_EQ(format("%n|%d", 3), "n|3");      // "%n" takes no argument and stores nothing
-  EXPECT_EQ(format("abc%"), "abc");          // a format ending inside a specification
+  EXPECT_EQ(format("abc%"), "abc");          // a format ending inside a directive
   EXPECT_EQ(format("%5"), "");
   // Digits right after "%" without "$" are a width, and no flags follow.
   EXPECT_EQ(format("%5-d", 1), "    -d");

@@ -1,15 +1,15 @@
 // The format engine's core: one call from format to sink.
 //
-// In general the format is parsed into specifications, every argument is
+// In general the format is parsed into directives, every argument is
 // fetched in argument-index order into a slot (positional arguments can come
 // in any order in the format, but a va_list can only be read forwards), and
-// then each specification is rendered in format order with the literal text
-// between them. Up to eight specifications and eight slots live on the
+// then each directive is rendered in format order with the literal text
+// between them. Up to eight directives and eight slots live on the
 // stack.
 //
-// Until a specification names an argument by position, the argument order
+// Until a directive names an argument by position, the argument order
 // is the format order: the format (nearly every one, to its end) is
-// parsed, fetched and rendered in a single pass, one specification at a
+// parsed, fetched and rendered in a single pass, one directive at a
 // time, with no records at all. At the first "$" the rest is handed to the
 // general way, which reads the same arguments in the same order.
 //
@@ -113,9 +113,9 @@ qprintf_info startInfo(unsigned char conversion, uint32_t flags, uint32_t length
   return info;
 }
 
-qprintf_info startInfo(const ConversionSpec &spec, const qprintf_modifier &entry,
+qprintf_info startInfo(const ConversionDirective &directive, const qprintf_modifier &entry,
                        qprintf_sink *sink) {
-  return startInfo(spec.conversion, spec.flags, spec.length, entry, sink);
+  return startInfo(directive.conversion, directive.flags, directive.length, entry, sink);
 }
 
 // Reads a conversion's arguments: its fetch function, or as many words as
@@ -131,7 +131,7 @@ void fetch(const qprintf_modifier &entry, va_list *cursor, qprintf_info &info) {
 
 // Marks what each slot holds: an int for a "*" width or precision, or the
 // argument(s) of a conversion.
-void assignSlots(const ConversionSpec *specs, uint64_t specCount, qprintf_info *slots,
+void assignSlots(const ConversionDirective *directives, uint64_t specCount, qprintf_info *slots,
                  uint64_t slotCount) {
   auto markStar = [&](int32_t index) {
     if (uint64_t(index) < slotCount) {
@@ -140,21 +140,21 @@ void assignSlots(const ConversionSpec *specs, uint64_t specCount, qprintf_info *
     }
   };
   for (uint64_t i = 0; i < specCount; ++i) {
-    if (specs[i].widthFromArgument)
-      markStar(specs[i].width);
-    if (specs[i].precisionFromArgument)
-      markStar(specs[i].precision);
+    if (directives[i].widthFromArgument)
+      markStar(directives[i].width);
+    if (directives[i].precisionFromArgument)
+      markStar(directives[i].precision);
   }
   for (uint64_t i = 0; i < specCount; ++i) {
-    const ConversionSpec &spec = specs[i];
-    const qprintf_modifier &entry = qprintf_modifier_table[spec.conversion];
-    if (entry.count <= 0 || spec.argument >= slotCount)
+    const ConversionDirective &directive = directives[i];
+    const qprintf_modifier &entry = qprintf_modifier_table[directive.conversion];
+    if (entry.count <= 0 || directive.argument >= slotCount)
       continue;
-    slots[spec.argument] = startInfo(spec, entry, nullptr);
+    slots[directive.argument] = startInfo(directive, entry, nullptr);
   }
 }
 
-// Reads every argument in slot order. A slot no specification uses still
+// Reads every argument in slot order. A slot no directive uses still
 // occupies one argument word.
 void fetchArguments(qprintf_info *slots, uint64_t slotCount, qprintf_sink *sink,
                     va_list arguments) {
@@ -179,22 +179,22 @@ int32_t slotInt(const qprintf_info *slots, uint64_t slotCount, int32_t index) {
   return uint64_t(index) < slotCount ? static_cast<int32_t>(slots[index].value.integer) : 0;
 }
 
-// Renders the specifications from `firstSpec` on (those before it were
+// Renders the directives from `firstSpec` on (those before it were
 // rendered in one pass, reading the same arguments).
 int64_t runWithSlots(qprintf_sink *sink, const char *format, va_list arguments,
                      uint64_t firstSpec) {
-  Records<ConversionSpec> specRecords;
-  ConversionSpec *specs = specRecords.stack();
-  ParsedFormat parsed = parseFormat(format, specs, kStackRecords);
-  uint64_t specCount = parsed.specifications;
+  Records<ConversionDirective> specRecords;
+  ConversionDirective *directives = specRecords.stack();
+  ParsedFormat parsed = parseFormat(format, directives, kStackRecords);
+  uint64_t specCount = parsed.directives;
   if (specCount > kStackRecords) {
     if (specCount > kMaxSpecifications)
       return -1;
-    specs = specRecords.reserve(specCount);
-    if (specs == nullptr)
+    directives = specRecords.reserve(specCount);
+    if (directives == nullptr)
       return -1;
-    parsed = parseFormat(format, specs, specCount);
-    specCount = std::min(specCount, parsed.specifications);
+    parsed = parseFormat(format, directives, specCount);
+    specCount = std::min(specCount, parsed.directives);
   }
   if (parsed.slots > kMaxArgumentSlots)
     return -1;
@@ -203,27 +203,27 @@ int64_t runWithSlots(qprintf_sink *sink, const char *format, va_list arguments,
   qprintf_info *slots = slotRecords.reserve(parsed.slots);
   if (slots == nullptr)
     return -1;
-  assignSlots(specs, specCount, slots, parsed.slots);
+  assignSlots(directives, specCount, slots, parsed.slots);
   fetchArguments(slots, parsed.slots, sink, arguments);
 
-  const char *literal = firstSpec == 0 ? format : specs[firstSpec - 1].resume;
+  const char *literal = firstSpec == 0 ? format : directives[firstSpec - 1].resume;
   for (uint64_t i = firstSpec; i < specCount; ++i) {
-    const ConversionSpec &spec = specs[i];
-    sinkWrite(sink, literal, size_t(spec.start - literal));
-    literal = spec.resume;
-    if (spec.conversion == '\0')
+    const ConversionDirective &directive = directives[i];
+    sinkWrite(sink, literal, size_t(directive.start - literal));
+    literal = directive.resume;
+    if (directive.conversion == '\0')
       break;
-    const qprintf_modifier &entry = qprintf_modifier_table[spec.conversion];
-    qprintf_info info = startInfo(spec, entry, sink);
-    if (entry.count > 0 && spec.argument < parsed.slots) {
-      info.value = slots[spec.argument].value;
-      info.count = slots[spec.argument].count;
+    const qprintf_modifier &entry = qprintf_modifier_table[directive.conversion];
+    qprintf_info info = startInfo(directive, entry, sink);
+    if (entry.count > 0 && directive.argument < parsed.slots) {
+      info.value = slots[directive.argument].value;
+      info.count = slots[directive.argument].count;
     }
     setField(info,
-             spec.widthFromArgument ? slotInt(slots, parsed.slots, spec.width) : spec.width,
-             spec.precisionFromArgument ? slotInt(slots, parsed.slots, spec.precision)
-                                        : spec.precision,
-             spec.precisionFromArgument);
+             directive.widthFromArgument ? slotInt(slots, parsed.slots, directive.width) : directive.width,
+             directive.precisionFromArgument ? slotInt(slots, parsed.slots, directive.precision)
+                                        : directive.precision,
+             directive.precisionFromArgument);
     if (entry.render != nullptr)
       entry.render(&info);
   }
@@ -241,7 +241,7 @@ int64_t runInOnePass(qprintf_sink *sink, const char *format, va_list arguments) 
   while (*(percent = findPercentOrEnd(literal)) == '%') {
     const auto conversion = static_cast<unsigned char>(percent[1]);
     if (isBareConversion(conversion)) {
-      // The common "%d" needs no specification record.
+      // The common "%d" needs no directive record.
       sinkWrite(sink, literal, size_t(percent - literal));
       literal = percent + 2;
       ++rendered;
@@ -255,31 +255,31 @@ int64_t runInOnePass(qprintf_sink *sink, const char *format, va_list arguments) 
         entry.render(&info);
       continue;
     }
-    const ConversionSpec spec = parseSpecification(percent, sequential);
-    if (spec.positional) {
+    const ConversionDirective directive = parseDirective(percent, sequential);
+    if (directive.positional) {
       // Arguments named by position can come in any order: the rest of
       // the format needs them all fetched first.
       va_end(cursor);
       return runWithSlots(sink, format, arguments, rendered);
     }
     sinkWrite(sink, literal, size_t(percent - literal));
-    literal = spec.resume;
+    literal = directive.resume;
     ++rendered;
-    if (spec.conversion == '\0')
-      break; // the format ended inside the specification
-    const qprintf_modifier &entry = qprintf_modifier_table[spec.conversion];
-    qprintf_info info = startInfo(spec, entry, sink);
-    const int32_t width = spec.widthFromArgument ? va_arg(cursor, int) : spec.width;
-    const int32_t precision = spec.precisionFromArgument ? va_arg(cursor, int) : spec.precision;
-    setField(info, width, precision, spec.precisionFromArgument);
+    if (directive.conversion == '\0')
+      break; // the format ended inside the directive
+    const qprintf_modifier &entry = qprintf_modifier_table[directive.conversion];
+    qprintf_info info = startInfo(directive, entry, sink);
+    const int32_t width = directive.widthFromArgument ? va_arg(cursor, int) : directive.width;
+    const int32_t precision = directive.precisionFromArgument ? va_arg(cursor, int) : directive.precision;
+    setField(info, width, precision, directive.precisionFromArgument);
     if (entry.count > 0)
       fetch(entry, &cursor, info);
     if (entry.render != nullptr)
       entry.render(&info);
   }
   va_end(cursor);
-  // The text after the last specification ends where the scan stopped
-  // (or nowhere, when the format ended inside a specification).
+  // The text after the last directive ends where the scan stopped
+  // (or nowhere, when the format ended inside a directive).
   if (*percent == '\0')
     sinkWrite(sink, literal, size_t(percent - literal));
   return sink->count;

@@ -16,7 +16,7 @@ int renderOwnCharacter(qprintf_info *info) noexcept {
   return qprintf_emit(info, &character, 1);
 }
 
-// Characters the parser reads as part of a specification can never be
+// Characters the parser reads as part of a directive can never be
 // conversions.
 bool isRefused(unsigned char conversion) {
   return conversion < 33 || conversion == '#' || conversion == '+' || conversion == '*' ||

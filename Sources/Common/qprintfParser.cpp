@@ -1,5 +1,5 @@
 // The format engine's parser. It walks the format once, turning each "%"
-// into a conversion specification, and assigns argument indices: positional
+// into a conversion directive, and assigns argument indices: positional
 // ("%2$d", "%*3$d") or sequential, where each conversion advances the
 // sequential index by the argument count registered for its character.
 //
@@ -132,14 +132,14 @@ uint8_t readLength(const unsigned char *&cursor, uint32_t flags) {
 // The conversion takes its argument at its own position, or where the
 // sequential index stands now (after any "*" arguments before it); the
 // sequential index moves past the arguments it takes.
-void takeArgument(ConversionSpec &spec, bool ownPosition, uint32_t position,
+void takeArgument(ConversionDirective &directive, bool ownPosition, uint32_t position,
                   uint64_t &sequential) {
-  spec.argument = ownPosition ? position
+  directive.argument = ownPosition ? position
                               : static_cast<uint32_t>(std::min<uint64_t>(sequential, UINT32_MAX));
   const int32_t count =
-      spec.conversion != '\0' ? qprintf_modifier_table[spec.conversion].count : 0;
+      directive.conversion != '\0' ? qprintf_modifier_table[directive.conversion].count : 0;
   if (count > 0)
-    sequential = uint64_t(spec.argument) + uint64_t(count);
+    sequential = uint64_t(directive.argument) + uint64_t(count);
 }
 
 // The first byte at or after `text` that is zero or, when `alsoPercent`,
@@ -179,16 +179,16 @@ const char *findPercentOrEnd(const char *text) noexcept { return scan(text, true
 
 size_t textLength(const char *text) noexcept { return size_t(scan(text, false) - text); }
 
-ConversionSpec parseSpecification(const char *percent, uint64_t &sequential) noexcept {
-  ConversionSpec spec{};
-  spec.start = percent;
-  spec.precision = -1;
+ConversionDirective parseDirective(const char *percent, uint64_t &sequential) noexcept {
+  ConversionDirective directive{};
+  directive.start = percent;
+  directive.precision = -1;
   const auto *cursor = reinterpret_cast<const unsigned char *>(percent) + 1;
   if (isBareConversion(*cursor)) {
-    spec.conversion = *cursor;
-    spec.resume = percent + 2;
-    takeArgument(spec, false, 0, sequential);
-    return spec;
+    directive.conversion = *cursor;
+    directive.resume = percent + 2;
+    takeArgument(directive, false, 0, sequential);
+    return directive;
   }
   bool ownPosition = false;
   uint32_t position = 0;
@@ -202,64 +202,64 @@ ConversionSpec parseSpecification(const char *percent, uint64_t &sequential) noe
       position = static_cast<uint32_t>(number - 1);
       sequential = position;
     } else {
-      spec.width = number; // a width: no flags follow
+      directive.width = number; // a width: no flags follow
       widthDone = true;
     }
   }
   if (!widthDone) {
-    spec.flags = readFlags(cursor);
+    directive.flags = readFlags(cursor);
     while (*cursor == '0' || *cursor == ' ')
       ++cursor;
     if (*cursor == '*') {
       ++cursor;
-      spec.widthFromArgument = true;
-      spec.width = static_cast<int32_t>(
-          std::min<uint32_t>(readArgumentIndex(cursor, sequential, spec.positional), INT32_MAX));
+      directive.widthFromArgument = true;
+      directive.width = static_cast<int32_t>(
+          std::min<uint32_t>(readArgumentIndex(cursor, sequential, directive.positional), INT32_MAX));
     } else {
-      spec.width = readNumber(cursor);
+      directive.width = readNumber(cursor);
     }
   }
   if (*cursor == '.') {
     ++cursor;
     if (*cursor == '*') {
       ++cursor;
-      spec.precisionFromArgument = true;
-      spec.precision = static_cast<int32_t>(
-          std::min<uint32_t>(readArgumentIndex(cursor, sequential, spec.positional), INT32_MAX));
+      directive.precisionFromArgument = true;
+      directive.precision = static_cast<int32_t>(
+          std::min<uint32_t>(readArgumentIndex(cursor, sequential, directive.positional), INT32_MAX));
     } else {
-      spec.precision = readNumber(cursor);
+      directive.precision = readNumber(cursor);
     }
   }
-  spec.length = readLength(cursor, spec.flags);
-  spec.conversion = *cursor;
+  directive.length = readLength(cursor, directive.flags);
+  directive.conversion = *cursor;
   if (*cursor != '\0')
     ++cursor;
-  spec.resume = reinterpret_cast<const char *>(cursor);
+  directive.resume = reinterpret_cast<const char *>(cursor);
 
-  spec.positional = spec.positional || ownPosition;
-  takeArgument(spec, ownPosition, position, sequential);
-  return spec;
+  directive.positional = directive.positional || ownPosition;
+  takeArgument(directive, ownPosition, position, sequential);
+  return directive;
 }
 
-ParsedFormat parseFormat(const char *format, ConversionSpec *specs, size_t capacity) noexcept {
+ParsedFormat parseFormat(const char *format, ConversionDirective *directives, size_t capacity) noexcept {
   ParsedFormat parsed{0, 0};
   uint64_t sequential = 0;
   const char *text = format;
   while (*(text = findPercentOrEnd(text)) == '%') {
-    const ConversionSpec spec = parseSpecification(text, sequential);
-    if (parsed.specifications < capacity)
-      specs[parsed.specifications] = spec;
-    ++parsed.specifications;
+    const ConversionDirective directive = parseDirective(text, sequential);
+    if (parsed.directives < capacity)
+      directives[parsed.directives] = directive;
+    ++parsed.directives;
 
-    if (spec.widthFromArgument)
-      parsed.slots = std::max<uint64_t>(parsed.slots, uint64_t(spec.width) + 1);
-    if (spec.precisionFromArgument)
-      parsed.slots = std::max<uint64_t>(parsed.slots, uint64_t(spec.precision) + 1);
-    if (spec.conversion != '\0' && qprintf_modifier_table[spec.conversion].count > 0)
-      parsed.slots = std::max<uint64_t>(parsed.slots, uint64_t(spec.argument) + 1);
-    if (spec.conversion == '\0')
+    if (directive.widthFromArgument)
+      parsed.slots = std::max<uint64_t>(parsed.slots, uint64_t(directive.width) + 1);
+    if (directive.precisionFromArgument)
+      parsed.slots = std::max<uint64_t>(parsed.slots, uint64_t(directive.precision) + 1);
+    if (directive.conversion != '\0' && qprintf_modifier_table[directive.conversion].count > 0)
+      parsed.slots = std::max<uint64_t>(parsed.slots, uint64_t(directive.argument) + 1);
+    if (directive.conversion == '\0')
       break;
-    text = spec.resume;
+    text = directive.resume;
   }
   return parsed;
 }
