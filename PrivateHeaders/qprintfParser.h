@@ -48,8 +48,15 @@ inline constexpr auto kStartsField = [] {
 // "%d", with no flags, width, precision or length.
 inline bool isBareConversion(unsigned char c) { return kStartsField[c] == 0; }
 
-// The first "%" at or after `text`, or its terminating zero.
-const char *findPercentOrEnd(const char *text) noexcept;
+// The first "%" at or after `text`, or its terminating zero, found by a
+// scan a word at a time.
+const char *scanPercentOrEnd(const char *text) noexcept;
+
+// As scanPercentOrEnd. Directives often follow each other or end the
+// format ("%d%s", a lone "%e"), and those need no scan at all.
+inline const char *findPercentOrEnd(const char *text) noexcept {
+  return *text == '%' || *text == '\0' ? text : scanPercentOrEnd(text);
+}
 // strlen for the short texts the engine mostly sees.
 size_t textLength(const char *text) noexcept;
 

@@ -4,9 +4,17 @@
 #include <gtest/gtest.h>
 
 #include "ZBLog.h"
+#include "ZBThread.h"
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <functional>
 #include <string>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
 
 namespace zbtest {
 
@@ -53,5 +61,88 @@ std::string logOfDyingProcess(Statement statement,
   std::remove(path.c_str());
   return lines;
 }
+
+// Runs `body` on a thread of its own and waits until that thread has ended
+// (so its thread-exit work, such as key destructors, is done); returns what
+// `body` returns.
+template <typename Body>
+auto onOtherThread(Body body) {
+  if constexpr (std::is_void_v<decltype(body())>) {
+    std::thread(body).join();
+  } else {
+    decltype(body()) result{};
+    std::thread([&] { result = body(); }).join();
+    return result;
+  }
+}
+
+// Runs `body(index)` on `count` threads at once and waits for all of them.
+template <typename Body>
+void onThreads(int count, Body body) {
+  std::vector<std::thread> threads;
+  for (int index = 0; index < count; ++index)
+    threads.emplace_back(body, index);
+  for (std::thread &thread : threads)
+    thread.join();
+}
+
+// A thread started through ZBThreadCreate that runs `atStart` on itself,
+// then counts as fast as it can until joined. It touches nothing but its own
+// atomics, so it may be suspended anywhere.
+class CountingThread {
+public:
+  explicit CountingThread(const char *name, double priority = ZBThreadPriorityDefault,
+                          uint32_t stackSize = 0, std::function<void()> atStart = nullptr)
+      : atStart_(std::move(atStart)),
+        thread_(ZBThreadCreate(name, run, this, priority, stackSize, 0)) {
+    while (thread_ != 0 && threadID_ == 0)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  ~CountingThread() { join(); }
+
+  ZBThread thread() const { return thread_; }
+  uint32_t threadID() const { return threadID_; }
+
+  // Stops the thread and joins it; answers the join's code.
+  ZBError join() {
+    stop_ = true;
+    return thread_ != 0 ? ZBThreadJoin(std::exchange(thread_, 0), nullptr) : ZBErrorNone;
+  }
+
+  // Whether the count moves within `milliseconds`.
+  bool countsWithin(int milliseconds) const {
+    const uint64_t before = count_;
+    for (int waited = 0; waited < milliseconds && count_ == before; ++waited)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return count_ != before;
+  }
+  // Bounds generous enough for a loaded machine: the thread runs if it counts
+  // within ten seconds, and stands still if it pauses for 50 ms within two
+  // (a suspension may take effect a little after the call that asked for it).
+  bool keepsCounting() const { return countsWithin(10000); }
+  bool standsStill() const {
+    for (int attempt = 0; attempt < 40; ++attempt)
+      if (!countsWithin(50))
+        return true;
+    return false;
+  }
+
+private:
+  static void *run(void *context) {
+    auto *self = static_cast<CountingThread *>(context);
+    if (self->atStart_)
+      self->atStart_();
+    self->threadID_ = ZBThreadGetCurrentThreadID();
+    while (!self->stop_)
+      self->count_.fetch_add(1, std::memory_order_relaxed);
+    return self;
+  }
+
+  std::function<void()> atStart_;
+  std::atomic<uint32_t> threadID_{0};
+  std::atomic<uint64_t> count_{0};
+  std::atomic<bool> stop_{false};
+  ZBThread thread_;
+};
 
 } // namespace zbtest

@@ -18,104 +18,48 @@
 #include <sched.h>
 #include <string>
 #include <thread>
-#include <vector>
+#include <utility>
 
 namespace {
 
-// A thread started through ZBThreadCreate that reports what it sees of
-// itself, then waits until the test lets it end.
-struct Probe {
-  std::atomic<bool> running{false};
-  std::atomic<bool> release{false};
-  uint32_t threadID = 0;
-  ZBThread self = 0;
-  std::string name;
-  bool isMain = true;
-  int schedulingPriority = 0;
-};
+using zbtest::CountingThread;
 
-void *runProbe(void *context) {
-  auto *probe = static_cast<Probe *>(context);
-  probe->threadID = ZBThreadGetCurrentThreadID();
-  probe->self = ZBThreadGetSelf();
-  const char *name = ZBThreadGetName(0);
-  probe->name = name ? name : "(null)";
-  probe->isMain = ZBThreadIsMain();
-  int policy = 0;
-  sched_param scheduling{};
-  pthread_getschedparam(pthread_self(), &policy, &scheduling);
-  probe->schedulingPriority = scheduling.sched_priority;
-  probe->running = true;
-  while (!probe->release)
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return probe;
+// Whether the suspend registry holds a suspendable entry for `id`.
+bool isSuspendable(uint32_t id) {
+  static uint32_t wanted;
+  static bool found;
+  wanted = id;
+  found = false;
+  _ZBThreadSuspendRegistryVisitSuspendable([](uint32_t each) { found |= each == wanted; });
+  return found;
 }
 
-ZBThread startProbe(Probe &probe, const char *name, double priority = ZBThreadPriorityDefault) {
-  const ZBThread thread = ZBThreadCreate(name, runProbe, &probe, priority, 0, 0);
-  if (thread != 0)
-    while (!probe.running)
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return thread;
-}
-
-void endProbe(ZBThread thread, Probe &probe) {
-  probe.release = true;
-  void *result = nullptr;
-  EXPECT_EQ(0, ZBThreadJoin(thread, &result));
-  EXPECT_EQ(&probe, result);
-}
-
-std::vector<uint32_t> suspendableIDs() {
-  static std::vector<uint32_t> *collected;
-  std::vector<uint32_t> ids;
-  collected = &ids;
-  _ZBThreadSuspendRegistryVisitSuspendable([](uint32_t id) { collected->push_back(id); });
-  return ids;
-}
-
-bool contains(const std::vector<uint32_t> &ids, uint32_t id) {
-  for (uint32_t each : ids)
-    if (each == id)
-      return true;
-  return false;
-}
+std::atomic<int> gHookCalls;
+std::atomic<uint32_t> gHookThread;
 
 } // namespace
 
-TEST(ZBThreadTest, ACreatedThreadIsRegisteredUnderItsNameUntilItEnds) {
-  Probe probe;
-  const ZBThread thread = startProbe(probe, "zb-probe");
-  ASSERT_NE(0u, thread);
-  EXPECT_TRUE(ZBThreadEqual(thread, probe.self));
-  EXPECT_FALSE(ZBThreadIsSelf(thread));
-  EXPECT_EQ("zb-probe", probe.name);
-  EXPECT_STREQ("zb-probe", ZBThreadGetName(thread));
-  EXPECT_TRUE(ZBThreadEqual(thread, ZBThreadGetThreadWithID(probe.threadID)));
-  EXPECT_TRUE(contains(suspendableIDs(), probe.threadID));
-  EXPECT_FALSE(probe.isMain);
-  const uint32_t threadID = probe.threadID;
-  endProbe(thread, probe);
-
-  EXPECT_EQ(0u, ZBThreadGetThreadWithID(threadID));
-  EXPECT_FALSE(contains(suspendableIDs(), threadID));
-  EXPECT_FALSE(ZBThreadSuspendRemove(threadID)) << "the thread left the suspend registry";
-}
-
-TEST(ZBThreadTest, LogLinesCarryTheThreadName) {
-  auto logFromWorker = [](void *) -> void * {
+TEST(ZBThreadTest, ACreatedThreadIsKnownByItsNameUntilItEnds) {
+  std::string ownName;
+  bool ownIsMain = true;
+  CountingThread worker("zb-worker", ZBThreadPriorityDefault, 0, [&] {
+    const char *name = ZBThreadGetName(0);
+    ownName = name ? name : "(null)";
+    ownIsMain = ZBThreadIsMain();
     ZB_LOG_ERROR("a line from a named thread");
-    return nullptr;
-  };
-  const ZBThread thread = ZBThreadCreate("zb-logger", logFromWorker, nullptr, -1.0, 0, 0);
-  ASSERT_NE(0u, thread);
-  ASSERT_EQ(0, ZBThreadJoin(thread, nullptr));
-  EXPECT_NE(std::string::npos, zbtest::logRing().find(") zb-logger: "));
-}
+  });
+  ASSERT_NE(0u, worker.thread());
+  EXPECT_EQ("zb-worker", ownName);
+  EXPECT_FALSE(ownIsMain);
+  EXPECT_NE(std::string::npos, zbtest::logRing().find(") zb-worker: "));
+  EXPECT_STREQ("zb-worker", ZBThreadGetName(worker.thread()));
+  const uint32_t id = worker.threadID();
+  EXPECT_TRUE(ZBThreadEqual(worker.thread(), ZBThreadGetThreadWithID(id)));
+  EXPECT_TRUE(isSuspendable(id));
+  EXPECT_EQ(0, worker.join());
 
-TEST(ZBThreadTest, JoinsRefuseTheCallerAndUnknownThreads) {
-  EXPECT_EQ(ZBErrorDeadlock, ZBThreadJoin(ZBThreadGetSelf(), nullptr));
-  EXPECT_EQ(ZBErrorInvalidHandle, ZBThreadJoin(0, nullptr));
+  EXPECT_EQ(0u, ZBThreadGetThreadWithID(id));
+  EXPECT_FALSE(ZBThreadSuspendRemove(id)) << "the thread left the suspend registry";
 }
 
 TEST(ZBThreadTest, ThreadsAreUnregisteredHoweverTheyEnd) {
@@ -131,52 +75,57 @@ TEST(ZBThreadTest, ThreadsAreUnregisteredHoweverTheyEnd) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   };
-  for (ZBThreadFunction function : {+exitEarly, +awaitCancellation}) {
-    std::atomic<uint32_t> threadID{0};
-    const ZBThread thread = ZBThreadCreate("zb-ending", function, &threadID, -1.0, 0, 0);
+  struct Ending {
+    ZBThreadFunction function;
+    bool cancelled;
+    void *result;
+  };
+  for (const Ending &ending : {Ending{exitEarly, false, reinterpret_cast<void *>(7)},
+                               Ending{awaitCancellation, true, PTHREAD_CANCELED}}) {
+    std::atomic<uint32_t> id{0};
+    const ZBThread thread = ZBThreadCreate("zb-ending", ending.function, &id, -1.0, 0, 0);
     ASSERT_NE(0u, thread);
-    while (threadID == 0)
+    while (id == 0)
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    const bool cancelled = function == +awaitCancellation;
-    if (cancelled) {
+    if (ending.cancelled) {
       ASSERT_EQ(0, pthread_cancel(static_cast<pthread_t>(thread)));
     }
     void *result = nullptr;
     ASSERT_EQ(0, ZBThreadJoin(thread, &result));
-    EXPECT_EQ(cancelled ? PTHREAD_CANCELED : reinterpret_cast<void *>(7), result);
-    EXPECT_EQ(0u, ZBThreadGetThreadWithID(threadID));
-    EXPECT_FALSE(contains(suspendableIDs(), threadID));
+    EXPECT_EQ(ending.result, result) << "the join hands back how the thread ended";
+    EXPECT_EQ(0u, ZBThreadGetThreadWithID(id));
+    EXPECT_FALSE(ZBThreadSuspendRemove(id));
   }
 }
 
 TEST(ZBThreadTest, PosixThreadsErrorsMapToLibraryCodes) {
-  struct Row {
-    int error;
-    ZBError code;
+  const std::pair<int, ZBError> rows[] = {
+      {ESRCH, ZBErrorInvalidHandle}, {EAGAIN, ZBErrorNotOwner},  {ENOMEM, ZBErrorNoMemory},
+      {EINVAL, ZBErrorInvalidArgument}, {EDEADLK, ZBErrorDeadlock}, {ENOTSUP, ZBErrorUnsupported},
+      {0, ZBErrorGeneric},           {EPERM, ZBErrorGeneric},   {-1, ZBErrorGeneric},
   };
-  const Row rows[] = {
-      {ESRCH, ZBErrorInvalidHandle}, {EAGAIN, ZBErrorNotOwner},
-      {ENOMEM, ZBErrorNoMemory},     {EINVAL, ZBErrorInvalidArgument},
-      {EDEADLK, ZBErrorDeadlock},    {ENOTSUP, ZBErrorUnsupported},
-      {0, ZBErrorGeneric},           {EPERM, ZBErrorGeneric},
-      {-1, ZBErrorGeneric},
-  };
-  for (const Row &row : rows)
-    EXPECT_EQ(row.code, _ZBThreadErrorFromPosixThreads(row.error)) << row.error;
+  for (const auto &[error, code] : rows)
+    EXPECT_EQ(code, _ZBThreadErrorFromPosixThreads(error)) << error;
 }
 
-TEST(ZBThreadTest, CreationFailuresReturnZeroAndAreLogged) {
+TEST(ZBThreadTest, BadArgumentsAreRefused) {
+  EXPECT_EQ(ZBErrorDeadlock, ZBThreadJoin(ZBThreadGetSelf(), nullptr));
+  EXPECT_EQ(ZBErrorInvalidHandle, ZBThreadJoin(0, nullptr));
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBThreadSetName(0, "x"));
+  const char *const kCreateError = "ZBThreadCreate: ERROR: ";
+  const size_t errorsBefore = zbtest::occurrences(zbtest::logRing(), kCreateError);
   EXPECT_EQ(0u, ZBThreadCreate("nothing", nullptr, nullptr, -1.0, 0, 0));
-  EXPECT_NE(std::string::npos, zbtest::logRing().find("ZBThreadCreate: ERROR: "));
+  EXPECT_EQ(errorsBefore + 1, zbtest::occurrences(zbtest::logRing(), kCreateError));
+  uint32_t once = 0;
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBThreadCallOnce(nullptr, [](void *) {}, nullptr));
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBThreadCallOnce(&once, nullptr, nullptr));
+  EXPECT_EQ(0u, once);
 }
 
 TEST(ZBThreadTest, NamesAreCopiedReplacedAndCleared) {
-  EXPECT_EQ(ZBErrorInvalidArgument, ZBThreadSetName(0, "x"));
-
-  Probe probe;
-  const ZBThread thread = startProbe(probe, nullptr);
+  CountingThread worker(nullptr);
+  const ZBThread thread = worker.thread();
   ASSERT_NE(0u, thread);
-  EXPECT_EQ("(null)", probe.name);
   EXPECT_EQ(nullptr, ZBThreadGetName(thread));
   char name[] = "first";
   EXPECT_EQ(0, ZBThreadSetName(thread, name));
@@ -189,15 +138,13 @@ TEST(ZBThreadTest, NamesAreCopiedReplacedAndCleared) {
   EXPECT_EQ(0, ZBThreadSetName(thread, "third"));
   EXPECT_EQ(0, ZBThreadSetName(thread, nullptr));
   EXPECT_EQ(nullptr, ZBThreadGetName(thread));
-  endProbe(thread, probe);
 
   // A thread that the library did not start keeps no name.
-  std::thread foreign([] {
+  zbtest::onOtherThread([] {
     EXPECT_EQ(0, ZBThreadSetName(ZBThreadGetSelf(), "foreign"));
     EXPECT_EQ(nullptr, ZBThreadGetName(0));
     EXPECT_EQ(nullptr, ZBThreadGetName(ZBThreadGetSelf()));
   });
-  foreign.join();
 }
 
 TEST(ZBThreadTest, PrioritiesSpanTheCallersPolicy) {
@@ -206,24 +153,20 @@ TEST(ZBThreadTest, PrioritiesSpanTheCallersPolicy) {
   ASSERT_EQ(0, pthread_getschedparam(pthread_self(), &policy, &scheduling));
   const int lowest = sched_get_priority_min(policy);
   const int highest = sched_get_priority_max(policy);
-  struct Row {
-    double requested;
-    int expected;
-  };
-  const Row rows[] = {
+  const std::pair<double, int> rows[] = {
       {ZBThreadPriorityDefault, static_cast<int>(lowest + 0.5 * (highest - lowest))},
-      {2.0, highest},
-      {1.0, highest},
-      {0.0, lowest},
-      {-0.5, lowest},
-      {std::nan(""), lowest},
+      {2.0, highest}, {1.0, highest}, {0.0, lowest}, {-0.5, lowest}, {std::nan(""), lowest},
   };
-  for (const Row &row : rows) {
-    Probe probe;
-    const ZBThread thread = startProbe(probe, "zb-priority", row.requested);
-    ASSERT_NE(0u, thread) << row.requested;
-    EXPECT_EQ(row.expected, probe.schedulingPriority) << row.requested;
-    endProbe(thread, probe);
+  for (const auto &[requested, expected] : rows) {
+    int own = -12345;
+    CountingThread worker("zb-priority", requested, 0, [&own] {
+      int ownPolicy = 0;
+      sched_param ownScheduling{};
+      pthread_getschedparam(pthread_self(), &ownPolicy, &ownScheduling);
+      own = ownScheduling.sched_priority;
+    });
+    ASSERT_NE(0u, worker.thread()) << requested;
+    EXPECT_EQ(expected, own) << requested;
   }
   EXPECT_EQ(0.0, ZBThreadGetPriority(ZBThreadGetSelf()));
   EXPECT_EQ(ZBErrorNotImplemented, ZBThreadSetPriority(ZBThreadGetSelf(), 0.5));
@@ -231,20 +174,15 @@ TEST(ZBThreadTest, PrioritiesSpanTheCallersPolicy) {
 
 TEST(ZBThreadTest, TheLoadingThreadIsTheMainThread) {
   EXPECT_TRUE(ZBThreadIsMain());
-  EXPECT_TRUE(ZBThreadEqual(ZBThreadGetSelf(), ZBThreadGetMain()));
   EXPECT_TRUE(ZBThreadIsMainThread(ZBThreadGetSelf()));
   const uint32_t id = ZBThreadGetCurrentThreadID();
   EXPECT_TRUE(ZBThreadEqual(ZBThreadGetSelf(), ZBThreadGetThreadWithID(id)));
-  EXPECT_TRUE(contains(suspendableIDs(), id));
+  EXPECT_TRUE(isSuspendable(id));
   EXPECT_EQ(nullptr, ZBThreadGetName(0)) << "named by the initializer, not at load";
-
-  std::thread other([] {
+  zbtest::onOtherThread([] {
     EXPECT_FALSE(ZBThreadIsMain());
     EXPECT_FALSE(ZBThreadIsMainThread(ZBThreadGetSelf()));
-    EXPECT_TRUE(ZBThreadIsMainThread(ZBThreadGetMain()));
   });
-  other.join();
-
   EXPECT_TRUE(ZBThreadEqual(0, 0));
   EXPECT_FALSE(ZBThreadEqual(0, ZBThreadGetSelf()));
   EXPECT_FALSE(ZBThreadEqual(ZBThreadGetSelf(), 0));
@@ -269,69 +207,44 @@ TEST(ZBThreadTest, CallOnceRunsTheFunctionOnceWhileLateCallersWait) {
     ++runs;
     finished = true;
   };
-  std::atomic<bool> go{false};
   std::atomic<int> sawFinished{0};
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 8; ++i)
-    threads.emplace_back([&] {
-      while (!go)
-        std::this_thread::yield();
-      EXPECT_EQ(0, ZBThreadCallOnce(&once, slowInit, nullptr));
-      if (finished)
-        ++sawFinished;
-    });
-  go = true;
-  for (std::thread &thread : threads)
-    thread.join();
+  zbtest::onThreads(8, [&](int) {
+    EXPECT_EQ(0, ZBThreadCallOnce(&once, slowInit, nullptr));
+    sawFinished += finished ? 1 : 0;
+  });
   EXPECT_EQ(1, runs.load());
   EXPECT_EQ(8, sawFinished.load()) << "every caller returns after the function has";
-  EXPECT_EQ(2u, once);
   EXPECT_EQ(0, ZBThreadCallOnce(&once, slowInit, nullptr));
   EXPECT_EQ(1, runs.load());
-
-  EXPECT_EQ(ZBErrorInvalidArgument, ZBThreadCallOnce(nullptr, slowInit, nullptr));
-  uint32_t unused = 0;
-  EXPECT_EQ(ZBErrorInvalidArgument, ZBThreadCallOnce(&unused, nullptr, nullptr));
-  EXPECT_EQ(0u, unused);
 }
 
 TEST(ZBThreadTest, TheSuspendRegistryRemovesOneEntryAtATime) {
   const uint32_t id = 0x7FFFFFF0;
   ZBThreadSuspendAdd(id);
   ZBThreadSuspendAdd(id);
-  EXPECT_TRUE(contains(suspendableIDs(), id));
   ZBThreadSetNonSuspendable(id);
-  EXPECT_TRUE(contains(suspendableIDs(), id)) << "only the newest entry was marked";
+  EXPECT_TRUE(isSuspendable(id)) << "only the newest entry was marked";
   EXPECT_TRUE(ZBThreadSuspendRemove(id));
-  EXPECT_TRUE(contains(suspendableIDs(), id));
+  EXPECT_TRUE(isSuspendable(id)) << "the marked newest entry went first";
   EXPECT_TRUE(ZBThreadSuspendRemove(id));
   EXPECT_FALSE(ZBThreadSuspendRemove(id));
-  EXPECT_FALSE(contains(suspendableIDs(), id));
+  EXPECT_FALSE(isSuspendable(id));
   ZBThreadSetNonSuspendable(id); // no entry: nothing happens
 }
 
-namespace {
-
-std::atomic<int> gHookCalls;
-std::atomic<uint32_t> gHookThread;
-
-void countHook() {
-  ++gHookCalls;
-  gHookThread = ZBThreadGetCurrentThreadID();
-}
-
-} // namespace
-
 TEST(ZBThreadTest, TheStartHookRunsOnEveryNewThread) {
   EXPECT_FALSE(ZBThreadRegisterWithProfiler());
-  _gZBThreadStartHook = countHook;
+  _gZBThreadStartHook = [] {
+    ++gHookCalls;
+    gHookThread = ZBThreadGetCurrentThreadID();
+  };
   gHookCalls = 0;
-  Probe probe;
-  const ZBThread thread = startProbe(probe, "zb-hooked");
-  ASSERT_NE(0u, thread);
-  EXPECT_EQ(1, gHookCalls.load());
-  EXPECT_EQ(probe.threadID, gHookThread.load());
-  endProbe(thread, probe);
+  {
+    CountingThread worker("zb-hooked");
+    ASSERT_NE(0u, worker.thread());
+    EXPECT_EQ(1, gHookCalls.load());
+    EXPECT_EQ(worker.threadID(), gHookThread.load());
+  }
   EXPECT_TRUE(ZBThreadRegisterWithProfiler());
   EXPECT_EQ(2, gHookCalls.load());
   _gZBThreadStartHook = nullptr;

@@ -9,12 +9,10 @@
 #include "qprintf.h"
 #include "qprintfDebuggerOutput.h"
 
-#include <cmath>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -43,16 +41,11 @@ std::string format(const char *format, ...) {
 
 TEST(qprintf, GrammarDiffersFromCWhereDeliberate) {
   EXPECT_EQ(format("% d", 5), "5");          // the space flag adds nothing
-  EXPECT_EQ(format("%+d", 5), "+5");
   EXPECT_EQ(format("%-+5d", 5), "+5d");      // "-" ends the flags: conversion "+"
   EXPECT_EQ(format("%0-5d", 5), "-5d");      // so does "0"
   EXPECT_EQ(format("% +d|", 5), "+d|");      // and the space
   EXPECT_EQ(format("%-05d|", 42), "42   |"); // zeros after the loop are skipped
   EXPECT_EQ(format("%#o", 8), "10");         // no octal prefix
-  EXPECT_EQ(format("%#x", 0), "0");
-  EXPECT_EQ(format("%#6x", 255), "  0xff");
-  EXPECT_EQ(format("%#06x", 255), "0x00ff");
-  EXPECT_EQ(format("%08.3d", 7), "     007");
   EXPECT_EQ(format("%y%%%5%"), "y%    %");  // unknown conversions print themselves
   EXPECT_EQ(format("%n|%d", 3), "n|3");      // "%n" takes no argument and stores nothing
   EXPECT_EQ(format("abc%"), "abc");          // a format ending inside a directive
@@ -61,41 +54,23 @@ TEST(qprintf, GrammarDiffersFromCWhereDeliberate) {
   EXPECT_EQ(format("%5-d", 1), "    -d");
   // "*" digits without "$" are skipped.
   EXPECT_EQ(format("%*12d|", 4, 7), "   7|");
+  // A negative "*" width left-justifies, with spaces even under "0"; a
+  // negative "*" precision is 0, not absent.
+  EXPECT_EQ(format("%*d|%0*d|", -4, 5, -4, 5), "5   |5   |");
+  EXPECT_EQ(format("%.*d|%.*d|%.*f", -1, 0, -1, 7, -1, 2.5), "|7|2");
 }
 
-TEST(qprintf, SignsAndPaddingFollowC) {
-  EXPECT_EQ(format("%5d", -5), "   -5");
-  EXPECT_EQ(format("%.5d", -42), "-00042");
-  EXPECT_EQ(format("%05d", -42), "-0042");
-  EXPECT_EQ(format("%.0d|%.0x|%5.0d|", 0, 0, 0), "||     |");
-  EXPECT_EQ(format("%+.0d", 0), "+");
-  EXPECT_EQ(format("%+u %+x", 5u, 5u), "5 5"); // "+" only signs signed conversions
-  EXPECT_EQ(format("%#.5x", 255), "0x000ff");
-  EXPECT_EQ(format("%-6d|", -12), "-12   |");
-  // "*" widths and precisions.
-  EXPECT_EQ(format("%*d|", -4, 5), "5   |");
-  EXPECT_EQ(format("%-*d|", -4, 5), "5   |");
-  EXPECT_EQ(format("%0*d|", -4, 5), "5   |"); // left-justified: never trailing zeros
-  EXPECT_EQ(format("%.*d|%.*d|", -1, 0, -1, 7), "|7|"); // a negative precision is 0
-  EXPECT_EQ(format("%.*f", -1, 2.5), "2");
-}
-
+// The length codes and conversions that C does not have or reads otherwise.
 TEST(qprintf, IntegerLengthCodes) {
-  EXPECT_EQ(format("%hhd %hhu %hd %hu", 257, -1, 65537, -1), "1 255 1 65535");
-  EXPECT_EQ(format("%d %u %i", INT32_MIN, UINT32_MAX, -7), "-2147483648 4294967295 -7");
   EXPECT_EQ(format("%ld %lu", -1, 4000000000u), "-1 4000000000"); // "l" is 32 bits
-  EXPECT_EQ(format("%lld %llu %qd", INT64_MIN, UINT64_MAX, -5LL),
-            "-9223372036854775808 18446744073709551615 -5");
-  EXPECT_EQ(format("%I64d %I32d %I64x", int64_t(1) << 40, -3, int64_t(-1)),
-            "1099511627776 -3 ffffffffffffffff");
-  EXPECT_EQ(format("%jd %zu %td %Id %Iu", intmax_t(-9), SIZE_MAX, ptrdiff_t(-2),
-                   ptrdiff_t(1) << 33, size_t(1) << 33),
-            "-9 18446744073709551615 -2 8589934592 8589934592");
+  EXPECT_EQ(format("%qd %I64d %I32d %I64x", -5LL, int64_t(1) << 40, -3, int64_t(-1)),
+            "-5 1099511627776 -3 ffffffffffffffff");
+  EXPECT_EQ(format("%td %Id %Iu", ptrdiff_t(-2), ptrdiff_t(1) << 33, size_t(1) << 33),
+            "-2 8589934592 8589934592");
   // "I" before digits that do not make "32"/"64" is a length of its own.
   EXPECT_EQ(format("%I6d", ptrdiff_t(1)), "6d");
   EXPECT_EQ(format("%wd %wu", -1, -1), "-1 18446744073709551615"); // "w" sign-extends
   EXPECT_EQ(format("%D %U %O %lU", -1, -1, 8, -1), "-1 4294967295 10 4294967295");
-  EXPECT_EQ(format("%X %x %o", 0xBEEFu, 0xBEEFu, 0777u), "BEEF beef 777");
   EXPECT_EQ(format("%p", nullptr), "0");
   EXPECT_EQ(format("%p", reinterpret_cast<void *>(0x1234)), "0x1234");
   EXPECT_EQ(format("%p", reinterpret_cast<void *>(uintptr_t(0xFEDCBA9876543210))),
@@ -103,9 +78,7 @@ TEST(qprintf, IntegerLengthCodes) {
 }
 
 TEST(qprintf, CharactersAndStrings) {
-  EXPECT_EQ(format("%c%c%3c|%-3c|", 'a', 'b' + 256, 'c', 'd'), "ab  c|d  |");
   EXPECT_EQ(format("[%c]", 0), "[]"); // a zero byte prints nothing
-  EXPECT_EQ(format("%s|%.2s|%5s|%-5s|", "abc", "abc", "ab", "ab"), "abc|ab|   ab|ab   |");
   EXPECT_EQ(format("%.0s|%.s|%.*s", "abc", "abc", 0, "abc"), "abc|abc|abc");
   EXPECT_EQ(format("%s", static_cast<const char *>(nullptr)), "(null)");
   EXPECT_EQ(format("%05s", "ab"), "000ab"); // "0" pads whatever the conversion
@@ -118,33 +91,15 @@ TEST(qprintf, CharactersAndStrings) {
   EXPECT_EQ(format("[%llc]%d", 5), "[]5");
 }
 
+// Only where the engine is its own: C's float rules are the oracle's and
+// the differential test's.
 TEST(qprintf, FloatingPoint) {
-  EXPECT_EQ(format("%e", 1.5), "1.500000e+00");
-  EXPECT_EQ(format("%f %F %.2f %.0f %#.0f", 1.5, 2.25, 2.675, 2.5, 3.0),
-            "1.500000 2.250000 2.67 2 3.");
-  EXPECT_EQ(format("%E %.0e %#.0e %.3e", 12345.678, 5.0, 5.0, 1e-300),
-            "1.234568E+04 5e+00 5.e+00 1.000e-300");
-  EXPECT_EQ(format("%g %g %g %g %g", 100000.0, 1e6, 1e-5, 0.0001, 123.456),
-            "100000 1e+06 1e-05 0.0001 123.456");
-  EXPECT_EQ(format("%G %#g %.0g %#.3g %g", 1e20, 1.0, 0.5, 99.9986, -0.0),
-            "1E+20 1.00000 0.5 100. -0");
-  EXPECT_EQ(format("%08.2f|%-8.2f|%+.1f|% .1f", -1.5, 1.5, 1.0, 1.0),
-            "-0001.50|1.50    |+1.0|1.0");
-  EXPECT_EQ(format("%f %F %e %+f %08f", INFINITY, -INFINITY, NAN, INFINITY, -INFINITY),
-            "inf -INF nan +inf     -inf");
-  EXPECT_EQ(format("%Lf", 0.25), "0.250000"); // "L" reads a double
+  EXPECT_EQ(format("% .1f|%Lf", 1.0, 0.25), "1.0|0.250000"); // no space; "L" reads a double
   EXPECT_EQ(format("[%a][%A][%5a]", 1.0, 1.0, 1.0), "[][][]");
   // Precisions beyond a double's digits end in zeros.
-  const std::string longFixed = format("%.1100f", 0.5);
-  EXPECT_EQ(longFixed.size(), 1102u);
-  EXPECT_EQ(longFixed.substr(0, 4), "0.50");
-  EXPECT_EQ(longFixed.find_first_not_of('0', 3), std::string::npos);
-  const std::string longExponent = format("%.900e", 1.0);
-  EXPECT_EQ(longExponent.substr(longExponent.size() - 4), "e+00");
-  EXPECT_EQ(longExponent.size(), 906u);
-  EXPECT_EQ(format("%#.850g", 1.0).size(), 851u);
-  EXPECT_EQ(format("%.850g", 1.0), "1");
-  EXPECT_EQ(format("%.0f", 1e300).size(), 301u);
+  EXPECT_EQ(format("%.1100f", 0.5), "0.5" + std::string(1099, '0'));
+  EXPECT_EQ(format("%.900e", 1.0), "1." + std::string(900, '0') + "e+00");
+  EXPECT_EQ(format("%#.850g|%.850g", 1.0, 1.0), "1." + std::string(849, '0') + "|1");
 }
 
 TEST(qprintf, PositionalArguments) {
@@ -173,33 +128,30 @@ TEST(qprintf, ManySpecificationsAndArgumentsUseTheHeap) {
 }
 
 TEST(qprintf, FixedBufferSink) {
+  // The stored length while the output fits, else the length it would have.
+  const struct {
+    int size;
+    const char *format; // with the argument "cd"
+    int result;
+    const char *stored;
+  } cases[] = {
+      {4, "ab%sef", 6, "abc"}, {4, "abc", 3, "abc"}, {4, "ab%s", 4, "abc"},
+      {1, "abc", 3, ""},       {16, "", 0, ""},      {16, nullptr, 0, ""},
+  };
   char buffer[16];
-  std::memset(buffer, 'x', sizeof buffer);
-  EXPECT_EQ(qsnprintf(buffer, 4, "abcdef"), 6);
-  EXPECT_STREQ(buffer, "abc");
-  EXPECT_EQ(buffer[4], 'x');
-  EXPECT_EQ(qsnprintf(buffer, 4, "abc"), 3);
-  EXPECT_STREQ(buffer, "abc");
-  EXPECT_EQ(qsnprintf(buffer, 4, "abcd"), 4);
-  EXPECT_STREQ(buffer, "abc");
-  EXPECT_EQ(qsnprintf(buffer, 4, "%s%d", "ab", 12345), 7);
-  EXPECT_STREQ(buffer, "ab1");
-  EXPECT_EQ(qsnprintf(buffer, 1, "abc"), 3);
-  EXPECT_STREQ(buffer, "");
-
+  for (const auto &test : cases) {
+    SCOPED_TRACE(test.format != nullptr ? test.format : "(null)");
+    std::memset(buffer, 'x', sizeof buffer);
+    EXPECT_EQ(qsnprintf(buffer, test.size, test.format, "cd"), test.result);
+    EXPECT_STREQ(buffer, test.stored);
+    EXPECT_EQ(buffer[std::strlen(test.stored) + 1], 'x'); // nothing past the end
+  }
   std::memset(buffer, 'x', sizeof buffer);
   EXPECT_EQ(qsnprintf(buffer, 0, "abcdef"), 6);
-  EXPECT_EQ(buffer[0], 'x');
-  EXPECT_EQ(qsnprintf(nullptr, 0, "%d", 12345), 5);
   EXPECT_EQ(qsnprintf(buffer, -1, "abc"), -1);
   EXPECT_EQ(buffer[0], 'x');
+  EXPECT_EQ(qsnprintf(nullptr, 0, "%d", 12345), 5);
   EXPECT_EQ(qsnprintf(nullptr, 5, "abc"), -1);
-
-  EXPECT_EQ(qsnprintf(buffer, sizeof buffer, nullptr), 0);
-  EXPECT_STREQ(buffer, "");
-  std::memset(buffer, 'x', sizeof buffer);
-  EXPECT_EQ(qsnprintf(buffer, sizeof buffer, ""), 0);
-  EXPECT_STREQ(buffer, "");
   // Padding far beyond the buffer is counted, not stored.
   EXPECT_EQ(qsnprintf(buffer, sizeof buffer, "%100000d", 1), 100000);
   EXPECT_STREQ(buffer, "               ");
@@ -221,28 +173,16 @@ TEST(qprintf, UnboundedBufferSink) {
 }
 
 TEST(qprintf, GrowingBufferSink) {
+  // Growth well past the first 128 bytes, within one run and across several.
   char *text = nullptr;
-  EXPECT_EQ(qasprintf(&text, "%s=%d", "answer", 42), 9);
-  EXPECT_STREQ(text, "answer=42");
-  qprffree(text);
-
-  // Growth well past the first 128 bytes, in one run and in many.
   EXPECT_EQ(qasprintf(&text, "%5000d|", 7), 5001);
   ASSERT_NE(text, nullptr);
-  EXPECT_EQ(std::strlen(text), 5001u);
-  EXPECT_EQ(std::string(text + 4994), "     7|");
+  EXPECT_EQ(std::string(text), std::string(4999, ' ') + "7|");
   qprffree(text);
-  std::string many;
-  for (int i = 0; i < 60; ++i)
-    many += "%c";
-  std::string expected(60, 'q');
-  EXPECT_EQ(qasprintf(&text, many.c_str(), 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q',
-                      'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q',
-                      'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q',
-                      'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q', 'q',
-                      'q', 'q', 'q', 'q'),
-            60);
-  EXPECT_EQ(std::string(text), expected);
+  const std::string padded(99, ' ');
+  EXPECT_EQ(qasprintf(&text, "%100s|%100s|%100s|", "a", "b", "c"), 303);
+  ASSERT_NE(text, nullptr);
+  EXPECT_EQ(std::string(text), padded + "a|" + padded + "b|" + padded + "c|");
   qprffree(text);
 
   EXPECT_EQ(qasprintf(&text, nullptr), 0);

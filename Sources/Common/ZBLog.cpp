@@ -81,7 +81,7 @@ const char *currentThreadName() { return zb::platform::currentThreadName(); }
 // runs out the text stays empty.
 class LineText {
 public:
-  LineText() = default;
+  LineText() { mInline[0] = '\0'; }
   ~LineText() { gZBBaseAllocator.free(mHeap); }
   LineText(const LineText &) = delete;
   LineText &operator=(const LineText &) = delete;
@@ -115,7 +115,7 @@ public:
   }
 
 private:
-  char mInline[512] = "";
+  char mInline[512]; // not cleared: only the formatted bytes are read
   char *mHeap = nullptr;
 };
 

@@ -19,22 +19,16 @@ constexpr size_t kInitialCapacity = 128;
 // A result must fit in an int, so a growing block never needs more.
 constexpr size_t kMaxCapacity = size_t(INT_MAX) + 1;
 
-struct FixedBuffer {
-  int64_t dropped; // bytes refused for lack of room
-  bool full;
-};
-
 // The room is used up (the window holds the last free bytes, if any): what
-// fits is stored, the rest is refused and so is everything after it.
+// fits is stored, the rest is refused and so is everything after it. The
+// context counts the bytes refused.
 size_t fixedOverflow(qprintf_sink *sink, const char *bytes, size_t length) {
-  auto *state = static_cast<FixedBuffer *>(sink->context);
   const size_t room = size_t(sink->limit - sink->cursor);
   if (room > 0) {
     std::memcpy(sink->cursor, bytes, room);
     sink->cursor += room;
   }
-  state->dropped += int64_t(length - room);
-  state->full = true;
+  *static_cast<int64_t *>(sink->context) += int64_t(length - room);
   return room;
 }
 
@@ -83,21 +77,22 @@ int resultOf(int64_t length) { return length > INT_MAX ? -1 : static_cast<int>(l
 
 int formatIntoBuffer(char *buffer, int64_t size, const char *format,
                      va_list arguments) noexcept {
-  FixedBuffer state{0, false};
-  qprintf_sink sink{buffer, buffer, fixedOverflow, &state, 0};
+  int64_t dropped = 0;
+  qprintf_sink sink{buffer, buffer, fixedOverflow, &dropped, 0};
   if (size < 0) {
     sink.overflow = unboundedWrite;
   } else if (size > 0) {
     buffer[0] = '\0';
     sink.limit = buffer + (size - 1);
   }
-  const int64_t result = qprintf_run(&sink, 0, format, arguments);
+  const int64_t accepted = qprintf_run(&sink, 0, format, arguments);
   if (size != 0)
     *sink.cursor = '\0';
-  if (result < 0)
+  if (accepted < 0)
     return -1;
-  const int64_t stored = sink.cursor - buffer;
-  return resultOf(state.full || size == 0 ? stored + state.dropped : stored);
+  // Nothing is dropped when everything fit; otherwise the dropped bytes
+  // make the result the length of the whole output.
+  return resultOf(accepted + dropped);
 }
 
 int formatIntoNewBuffer(char **out, const char *format, va_list arguments) noexcept {

@@ -179,10 +179,12 @@ int32_t slotInt(const qprintf_info *slots, uint64_t slotCount, int32_t index) {
   return uint64_t(index) < slotCount ? static_cast<int32_t>(slots[index].value.integer) : 0;
 }
 
-// Renders the directives from `firstSpec` on (those before it were
-// rendered in one pass, reading the same arguments).
-int64_t runWithSlots(qprintf_sink *sink, const char *format, va_list arguments,
-                     uint64_t firstSpec) {
+// Renders the directives that start at `resumeAt` or later, and the text
+// from there on (what comes before was rendered in one pass, reading the
+// same arguments). Kept out of line: its records take a kilobyte of stack
+// that the one-pass loop should not carry.
+[[gnu::noinline]] int64_t runWithSlots(qprintf_sink *sink, const char *format, va_list arguments,
+                                       const char *resumeAt) {
   Records<ConversionDirective> specRecords;
   ConversionDirective *directives = specRecords.stack();
   ParsedFormat parsed = parseFormat(format, directives, kStackRecords);
@@ -206,8 +208,11 @@ int64_t runWithSlots(qprintf_sink *sink, const char *format, va_list arguments,
   assignSlots(directives, specCount, slots, parsed.slots);
   fetchArguments(slots, parsed.slots, sink, arguments);
 
-  const char *literal = firstSpec == 0 ? format : directives[firstSpec - 1].resume;
-  for (uint64_t i = firstSpec; i < specCount; ++i) {
+  uint64_t first = 0;
+  while (first < specCount && directives[first].start < resumeAt)
+    ++first;
+  const char *literal = resumeAt;
+  for (uint64_t i = first; i < specCount; ++i) {
     const ConversionDirective &directive = directives[i];
     sinkWrite(sink, literal, size_t(directive.start - literal));
     literal = directive.resume;
@@ -228,60 +233,6 @@ int64_t runWithSlots(qprintf_sink *sink, const char *format, va_list arguments,
       entry.render(&info);
   }
   sinkWrite(sink, literal, textLength(literal));
-  return sink->count;
-}
-
-int64_t runInOnePass(qprintf_sink *sink, const char *format, va_list arguments) {
-  va_list cursor;
-  va_copy(cursor, arguments);
-  uint64_t sequential = 0;
-  uint64_t rendered = 0;
-  const char *literal = format;
-  const char *percent;
-  while (*(percent = findPercentOrEnd(literal)) == '%') {
-    const auto conversion = static_cast<unsigned char>(percent[1]);
-    if (isBareConversion(conversion)) {
-      // The common "%d" needs no directive record.
-      sinkWrite(sink, literal, size_t(percent - literal));
-      literal = percent + 2;
-      ++rendered;
-      const qprintf_modifier &entry = qprintf_modifier_table[conversion];
-      qprintf_info info = startInfo(conversion, 0, 0, entry, sink);
-      if (entry.count > 0) {
-        sequential += uint64_t(entry.count);
-        fetch(entry, &cursor, info);
-      }
-      if (entry.render != nullptr)
-        entry.render(&info);
-      continue;
-    }
-    const ConversionDirective directive = parseDirective(percent, sequential);
-    if (directive.positional) {
-      // Arguments named by position can come in any order: the rest of
-      // the format needs them all fetched first.
-      va_end(cursor);
-      return runWithSlots(sink, format, arguments, rendered);
-    }
-    sinkWrite(sink, literal, size_t(percent - literal));
-    literal = directive.resume;
-    ++rendered;
-    if (directive.conversion == '\0')
-      break; // the format ended inside the directive
-    const qprintf_modifier &entry = qprintf_modifier_table[directive.conversion];
-    qprintf_info info = startInfo(directive, entry, sink);
-    const int32_t width = directive.widthFromArgument ? va_arg(cursor, int) : directive.width;
-    const int32_t precision = directive.precisionFromArgument ? va_arg(cursor, int) : directive.precision;
-    setField(info, width, precision, directive.precisionFromArgument);
-    if (entry.count > 0)
-      fetch(entry, &cursor, info);
-    if (entry.render != nullptr)
-      entry.render(&info);
-  }
-  va_end(cursor);
-  // The text after the last directive ends where the scan stopped
-  // (or nowhere, when the format ended inside a directive).
-  if (*percent == '\0')
-    sinkWrite(sink, literal, size_t(percent - literal));
   return sink->count;
 }
 
@@ -336,12 +287,62 @@ int qprintf_emit(qprintf_info *info, const char *text, size_t length) noexcept {
   return zb::format::writeField(*info, '0', &piece, 1);
 }
 
+// The one pass. It is the entry itself rather than a function of its own
+// that this one calls: reading a va_list keeps the compiler from inlining
+// it, and the extra call would cost as much as the rest of a short format.
 int64_t qprintf_run(qprintf_sink *sink, uint32_t, const char *format,
                     va_list arguments) noexcept {
+  using namespace zb::format;
   if (format == nullptr || format[0] == '\0')
     return 0;
   qprintf_builtins_init();
-  return zb::format::runInOnePass(sink, format, arguments);
+  va_list cursor;
+  va_copy(cursor, arguments);
+  const char *literal = format;
+  const char *percent;
+  while (*(percent = findPercentOrEnd(literal)) == '%') {
+    sinkWrite(sink, literal, size_t(percent - literal));
+    const auto conversion = static_cast<unsigned char>(percent[1]);
+    if (isBareConversion(conversion)) {
+      // The common "%d" needs no directive record.
+      literal = percent + 2;
+      const qprintf_modifier &entry = qprintf_modifier_table[conversion];
+      qprintf_info info = startInfo(conversion, 0, 0, entry, sink);
+      if (entry.count > 0)
+        fetch(entry, &cursor, info);
+      if (entry.render != nullptr)
+        entry.render(&info);
+      continue;
+    }
+    // Argument indices matter only to the general way: here the arguments
+    // are read in the order the directives come.
+    uint64_t sequential = 0;
+    const ConversionDirective directive = parseDirective(percent, sequential);
+    if (directive.positional) {
+      // Arguments named by position can come in any order: the rest of
+      // the format needs them all fetched first.
+      va_end(cursor);
+      return runWithSlots(sink, format, arguments, percent);
+    }
+    literal = directive.resume;
+    if (directive.conversion == '\0')
+      break; // the format ended inside the directive
+    const qprintf_modifier &entry = qprintf_modifier_table[directive.conversion];
+    qprintf_info info = startInfo(directive, entry, sink);
+    const int32_t width = directive.widthFromArgument ? va_arg(cursor, int) : directive.width;
+    const int32_t precision = directive.precisionFromArgument ? va_arg(cursor, int) : directive.precision;
+    setField(info, width, precision, directive.precisionFromArgument);
+    if (entry.count > 0)
+      fetch(entry, &cursor, info);
+    if (entry.render != nullptr)
+      entry.render(&info);
+  }
+  va_end(cursor);
+  // The text after the last directive ends where the scan stopped
+  // (or nowhere, when the format ended inside a directive).
+  if (*percent == '\0')
+    sinkWrite(sink, literal, size_t(percent - literal));
+  return sink->count;
 }
 
 extern "C" int qprintf_print_from_formatter(qprintf_info *info, const char *text,

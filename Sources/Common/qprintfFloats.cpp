@@ -2,15 +2,18 @@
 // which are not implemented and print nothing).
 //
 // The digits come from std::to_chars with a precision, which rounds
-// correctly. Without "#" and "'" its text is printf's own and is written
-// as it is, after the sign ("+" with the "+" flag; the space flag adds
-// nothing, on purpose) and any zeros the "0" flag asks for. Otherwise this
-// file lays the digits out itself: the decimal point ("#" keeps it, and
-// keeps the trailing zeros of g) and the exponent with a sign and at least
-// two digits. "%g" then takes its digits from one scientific conversion and
-// moves the point itself when the exponent calls for the fixed form: both
-// forms round at the same decimal place. With the "'" flag the locale's
-// decimal point and signs replace ".", "+" and "-".
+// correctly. Without "#" and "'" its text is printf's own, for g too (both
+// drop g's trailing zeros), and is used as it is: to_chars writes it
+// straight into the sink's room, after a "+" when the "+" flag asks for one
+// (the space flag adds nothing, on purpose). A width, or a room too short,
+// takes it through a stack buffer, where any zeros the "0" flag asks for go
+// between sign and digits. Otherwise this file lays the digits out itself:
+// the decimal point ("#" keeps it, and keeps the trailing zeros of g) and
+// the exponent with a sign and at least two digits. "%g" then takes its
+// digits from one scientific conversion and moves the point itself when
+// the exponent calls for the fixed form: both forms round at the same
+// decimal place. With the "'" flag the locale's decimal point and signs
+// replace ".", "+" and "-".
 //
 // A double has at most 767 significant decimal digits and at most 1074
 // digits after the point, so longer precisions are asked of to_chars up to
@@ -21,6 +24,7 @@
 #include "ZBAlloc.h"
 #include "ZBLog.h"
 
+#include <array>
 #include <charconv>
 #include <clocale>
 #include <cmath>
@@ -36,6 +40,27 @@ constexpr int kMaxScientificDecimals = 780;
 constexpr size_t kFixedOverhead = 309 + 8;
 constexpr size_t kScientificOverhead = 16;
 constexpr size_t kStackBufferSize = 128;
+
+// What each conversion character asks of to_chars: its format (none for
+// characters that are not floating conversions; hex for a and A) and
+// whether the letters are upper case.
+struct FloatConversion {
+  std::chars_format format;
+  bool upper;
+};
+
+constexpr auto kFloatConversions = [] {
+  std::array<FloatConversion, 256> table{};
+  table['e'] = {std::chars_format::scientific, false};
+  table['E'] = {std::chars_format::scientific, true};
+  table['f'] = {std::chars_format::fixed, false};
+  table['F'] = {std::chars_format::fixed, true};
+  table['g'] = {std::chars_format::general, false};
+  table['G'] = {std::chars_format::general, true};
+  table['a'] = {std::chars_format::hex, false};
+  table['A'] = {std::chars_format::hex, true};
+  return table;
+}();
 
 struct Symbols {
   const char *point;
@@ -249,28 +274,6 @@ int renderGeneral(qprintf_info *info, double magnitude, int precision, bool uppe
   return layout.write(info, sign, true);
 }
 
-std::chars_format styleOf(unsigned char conversion) {
-  switch (conversion) {
-  case 'f':
-  case 'F':
-    return std::chars_format::fixed;
-  case 'e':
-  case 'E':
-    return std::chars_format::scientific;
-  default:
-    return std::chars_format::general;
-  }
-}
-
-// The longest text to_chars can write for the value at the precision.
-size_t longestText(double magnitude, int precision, std::chars_format style) {
-  // Scientific (and g, whichever form it takes): a digit, the point, the
-  // decimals, "e-308" (g's fixed form "0.0000ddd" is no longer).
-  if (style != std::chars_format::fixed)
-    return size_t(precision) + 8;
-  return (magnitude < 1e16 ? 17 : 310) + size_t(precision) + 1;
-}
-
 void upperCaseExponent(char *digits, char *end) {
   // The exponent is at most "e+308".
   for (char *letter = end - 1; letter >= digits && letter >= end - 5; --letter)
@@ -278,42 +281,116 @@ void upperCaseExponent(char *digits, char *end) {
       *letter = 'E';
 }
 
-// Without "#" and "'", printf's text is exactly what to_chars writes at the
-// same precision, for g too (both drop its trailing zeros). Without a width
-// it goes straight into the sink's room when it surely fits; otherwise
-// through a stack buffer, padded from there. False when it does not fit
-// the stack buffer either.
-bool renderDirectly(qprintf_info *info, double magnitude, int precision, unsigned char conversion,
-                    const char *sign, int *result) {
-  const std::chars_format style = styleOf(conversion);
-  const bool upper = conversion == 'E' || conversion == 'G';
-  const size_t signLength = sign[0] != '\0' ? 1 : 0;
-  qprintf_sink *sink = info->sink;
-  if (info->width == 0 &&
-      size_t(sink->limit - sink->cursor) >= signLength + longestText(magnitude, precision, style)) {
-    char *digits = sink->cursor + signLength;
-    char *end = std::to_chars(digits, sink->limit, magnitude, style, precision).ptr;
-    if (upper)
-      upperCaseExponent(digits, end);
-    if (signLength != 0)
-      *sink->cursor = sign[0];
-    sink->count += end - sink->cursor;
-    sink->cursor = end;
-    *result = static_cast<unsigned char>(end[-1]);
-    return true;
-  }
-
-  char buffer[kStackBufferSize];
+// Converts `value` into [first, last) as printf would without "#" and "'";
+// the end of the text, or null when it does not fit.
+char *convertPlain(char *first, char *last, double value, int precision,
+                   FloatConversion conversion) {
   const std::to_chars_result converted =
-      std::to_chars(buffer, buffer + sizeof buffer, magnitude, style, precision);
+      std::to_chars(first, last, value, conversion.format, precision);
   if (converted.ec != std::errc())
+    return nullptr;
+  if (conversion.upper)
+    upperCaseExponent(first, converted.ptr);
+  return converted.ptr;
+}
+
+// e, f and g; not a, and not characters that are no floating conversion.
+bool isDecimal(FloatConversion conversion) {
+  return conversion.format != std::chars_format{} && conversion.format != std::chars_format::hex;
+}
+
+// "#" and "'" change the text to_chars writes: they take the laid-out way.
+constexpr uint32_t kLaidOutFlags = QPRINTF_FLAG_ALTERNATE | QPRINTF_FLAG_GROUPING;
+
+int precisionOf(const qprintf_info &info) { return info.precision < 0 ? 6 : info.precision; }
+
+bool wantsPlus(const qprintf_info &info, double value) {
+  return (info.flags & QPRINTF_FLAG_PLUS) != 0 && !std::signbit(value);
+}
+
+// The common case, kept small so that its call sets up little: a finite
+// e, f or g without a width, "#" or "'", converted straight into the
+// sink's room after a "+" when the "+" flag asks for one. False for any
+// other case, and when the room is too short.
+bool renderIntoRoom(qprintf_info *info, FloatConversion conversion, int *result) {
+  qprintf_sink *sink = info->sink;
+  const double value = info->value.number;
+  if (!isDecimal(conversion) || (info->flags & kLaidOutFlags) != 0 || info->width != 0 ||
+      !std::isfinite(value) || sink->limit - sink->cursor < 2)
     return false;
-  if (upper)
-    upperCaseExponent(buffer, converted.ptr);
-  Layout layout;
-  layout.add(buffer, size_t(converted.ptr - buffer));
-  *result = layout.write(info, sign, true);
+  // The "+" is stored whether or not it is wanted: without it the digits
+  // start on it. Should they not fit, the next attempt writes the whole
+  // room over again.
+  char *start = sink->cursor;
+  *start = '+';
+  char *end = convertPlain(start + wantsPlus(*info, value), sink->limit, value,
+                           precisionOf(*info), conversion);
+  if (end == nullptr)
+    return false;
+  sink->count += end - start;
+  sink->cursor = end;
+  *result = static_cast<unsigned char>(end[-1]);
   return true;
+}
+
+// A finite value without "#" and "'", through a stack buffer and padded
+// from there. False when it does not fit the buffer.
+bool renderThroughBuffer(qprintf_info *info, double value, int precision,
+                         FloatConversion conversion, int *result) {
+  char buffer[kStackBufferSize];
+  char *end = convertPlain(buffer, buffer + sizeof buffer, value, precision, conversion);
+  if (end == nullptr)
+    return false;
+  // The sign stays apart from the digits: the "0" flag puts zeros between.
+  const bool minus = buffer[0] == '-';
+  Layout layout;
+  layout.add(buffer + minus, size_t(end - buffer - minus));
+  *result = layout.write(info, minus ? "-" : wantsPlus(*info, value) ? "+" : "", true);
+  return true;
+}
+
+// Infinity and NaN, "#" and "'", and texts longer than the stack buffer:
+// laid out piece by piece.
+int renderLaidOut(qprintf_info *info, double value, int precision, FloatConversion conversion) {
+  const Symbols symbols =
+      (info->flags & QPRINTF_FLAG_GROUPING) ? localeSymbols() : Symbols{".", "+", "-"};
+  const char *sign =
+      std::signbit(value) ? symbols.minus : (info->flags & QPRINTF_FLAG_PLUS) ? symbols.plus : "";
+  if (!std::isfinite(value)) {
+    Layout layout;
+    if (std::isnan(value))
+      layout.add(conversion.upper ? "NAN" : "nan", 3);
+    else
+      layout.add(conversion.upper ? "INF" : "inf", 3);
+    return layout.write(info, sign, false);
+  }
+  const double magnitude = std::fabs(value);
+  switch (conversion.format) {
+  case std::chars_format::fixed:
+    return renderFixed(info, magnitude, precision, symbols, sign);
+  case std::chars_format::scientific:
+    return renderExponential(info, magnitude, precision, conversion.upper, symbols, sign);
+  default:
+    return renderGeneral(info, magnitude, precision, conversion.upper, symbols, sign);
+  }
+}
+
+// Every case but the common one. Out of line: the laid-out forms need a
+// large frame that the common case should not pay for.
+[[gnu::noinline]] int renderOtherwise(qprintf_info *info, FloatConversion conversion) {
+  if (conversion.format == std::chars_format::hex) {
+    ZBLogNYICounter("_format_float", 420);
+    return 0;
+  }
+  if (!isDecimal(conversion))
+    return 0;
+  const double value = info->value.number;
+  const int precision = precisionOf(*info);
+  int result = 0;
+  if ((info->flags & kLaidOutFlags) == 0 && std::isfinite(value) &&
+      renderThroughBuffer(info, value, precision, conversion, &result))
+    return result;
+  return renderLaidOut(info, value, precision, conversion);
 }
 
 } // namespace
@@ -325,53 +402,11 @@ int fetchFloat(va_list *arguments, qprintf_info *info) noexcept {
 }
 
 int renderFloat(qprintf_info *info) noexcept {
-  const unsigned char conversion = info->conversion;
-  switch (conversion) {
-  case 'a':
-  case 'A':
-    ZBLogNYICounter("_format_float", 420);
-    return 0;
-  case 'e':
-  case 'E':
-  case 'f':
-  case 'F':
-  case 'g':
-  case 'G':
-    break;
-  default:
-    return 0;
-  }
-  const bool upper = conversion < 'a';
-  const Symbols symbols =
-      (info->flags & QPRINTF_FLAG_GROUPING) ? localeSymbols() : Symbols{".", "+", "-"};
-  const double value = info->value.number;
-  const char *sign =
-      std::signbit(value) ? symbols.minus : (info->flags & QPRINTF_FLAG_PLUS) ? symbols.plus : "";
-
-  if (!std::isfinite(value)) {
-    Layout layout;
-    if (std::isnan(value))
-      layout.add(upper ? "NAN" : "nan", 3);
-    else
-      layout.add(upper ? "INF" : "inf", 3);
-    return layout.write(info, sign, false);
-  }
-  const int precision = info->precision < 0 ? 6 : info->precision;
-  const double magnitude = std::fabs(value);
+  const FloatConversion conversion = kFloatConversions[info->conversion];
   int result = 0;
-  if ((info->flags & (QPRINTF_FLAG_GROUPING | QPRINTF_FLAG_ALTERNATE)) == 0 &&
-      renderDirectly(info, magnitude, precision, conversion, sign, &result))
+  if (renderIntoRoom(info, conversion, &result))
     return result;
-  switch (conversion) {
-  case 'f':
-  case 'F':
-    return renderFixed(info, magnitude, precision, symbols, sign);
-  case 'e':
-  case 'E':
-    return renderExponential(info, magnitude, precision, upper, symbols, sign);
-  default:
-    return renderGeneral(info, magnitude, precision, upper, symbols, sign);
-  }
+  return renderOtherwise(info, conversion);
 }
 
 } // namespace zb::format

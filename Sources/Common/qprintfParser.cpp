@@ -175,7 +175,7 @@ const char *scan(const char *text, bool alsoPercent) {
 
 } // namespace
 
-const char *findPercentOrEnd(const char *text) noexcept { return scan(text, true); }
+const char *scanPercentOrEnd(const char *text) noexcept { return scan(text, true); }
 
 size_t textLength(const char *text) noexcept { return size_t(scan(text, false) - text); }
 
