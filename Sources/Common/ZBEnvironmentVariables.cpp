@@ -10,6 +10,7 @@
 #include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBPlatform.h"
+#include "ZBScopedLock.h"
 #include "ZBThread.h"
 
 #include <cerrno>
@@ -27,14 +28,6 @@ ZBMutex sLock; // recursive
 char **sEntries;
 uint32_t sCapacity;
 char *sAppTemporaryDirectory;
-
-class EnvironmentLock {
-public:
-  EnvironmentLock() { ZBMutexAcquire(&sLock); }
-  ~EnvironmentLock() { ZBMutexRelease(&sLock); }
-  EnvironmentLock(const EnvironmentLock &) = delete;
-  EnvironmentLock &operator=(const EnvironmentLock &) = delete;
-};
 
 uint32_t entryCount() {
   uint32_t count = 0;
@@ -120,7 +113,7 @@ bool startsWith(const char *text, const char *prefix) {
 
 // Stores the variable; true when something was stored.
 int32_t storeVariable(const char *name, const char *value, int32_t overwrite, bool *stored) {
-  EnvironmentLock lock;
+  zb::ScopedLock lock(&sLock);
   const size_t nameLength = std::strlen(name);
   char **slot = findEntry(name, nameLength);
   if (slot == nullptr) {
@@ -147,7 +140,7 @@ extern "C" const char *ZBEnvironmentGetEnv(const char *name) noexcept {
   if (!isValidName(name))
     return nullptr;
   ensureStarted();
-  EnvironmentLock lock;
+  zb::ScopedLock lock(&sLock);
   const size_t nameLength = std::strlen(name);
   char **slot = findEntry(name, nameLength);
   return slot ? *slot + nameLength + 1 : nullptr;
@@ -207,7 +200,7 @@ extern "C" int32_t ZBEnvironmentUnsetEnv(const char *name) noexcept {
     return -1;
   }
   ensureStarted();
-  EnvironmentLock lock;
+  zb::ScopedLock lock(&sLock);
   char **slot = findEntry(name, std::strlen(name));
   if (slot == nullptr) {
     errno = EINVAL;
@@ -233,7 +226,7 @@ extern "C" char **ZBEnvironmentGetEnviron(void) noexcept {
 
 extern "C" char **ZBEnvironmentCopyEnviron(void) noexcept {
   ensureStarted();
-  EnvironmentLock lock;
+  zb::ScopedLock lock(&sLock);
   auto **copy = static_cast<char **>(_ZBAllocWithCount(size_t(sCapacity) + 1, sizeof(char *)));
   if (copy == nullptr)
     return nullptr;
@@ -286,7 +279,7 @@ extern "C" double ZBEnvironmentGetFloat(const char *name) noexcept {
 
 void _ZBEnvironmentSetAppTemporaryDirectory(const char *path) noexcept {
   ensureStarted();
-  EnvironmentLock lock;
+  zb::ScopedLock lock(&sLock);
   char *copy = nullptr;
   if (path != nullptr) {
     const size_t length = std::strlen(path);

@@ -6,6 +6,7 @@
 // It is never held while a message is formatted.
 #include "ZBLog.h"
 
+#include "qprintf.h"
 #include "ZBAlloc.h"
 #include "ZBBaseAllocator.h"
 #include "ZBBuffer.h"
@@ -14,8 +15,8 @@
 #include "ZBLogConfiguration.h"
 #include "ZBLogPrivate.h"
 #include "ZBPlatform.h"
+#include "ZBScopedLock.h"
 #include "ZBString.h"
-#include "qprintf.h"
 
 #include <cstring>
 #include <pthread.h>
@@ -36,21 +37,13 @@ ZBMutex *sAnalyticsLock; // created at start-up
 void *sAnalyticsCounter;
 ZBBugReportCallback sBugReportCallback;
 
-class LogLock {
-public:
-  LogLock() { pthread_mutex_lock(&sLogLock); }
-  ~LogLock() { pthread_mutex_unlock(&sLogLock); }
-  LogLock(const LogLock &) = delete;
-  LogLock &operator=(const LogLock &) = delete;
-};
-
 void debuggerSink(int32_t, const char *line) {
-  LogLock lock;
+  zb::ScopedLock lock(&sLogLock);
   zb::platform::debugOutput(line);
 }
 
 void fileSink(int32_t, const char *line) {
-  LogLock lock;
+  zb::ScopedLock lock(&sLogLock);
   zb::platform::writeLogFile(sLogFile, line, std::strlen(line));
 }
 
@@ -149,7 +142,7 @@ void writeLine(int32_t level, uint32_t flags, const char *function, const char *
       decorateLine(decorated, level, function, file, line, message.text());
     const char *output = level == ZBLogLevelRaw ? message.text() : decorated.text();
     {
-      LogLock lock;
+      zb::ScopedLock lock(&sLogLock);
       if (sRing != nullptr)
         ZBCircularBufferEnqueue(sRing, output, static_cast<uint32_t>(std::strlen(output)));
     }
@@ -191,7 +184,7 @@ extern "C" bool ZBLogDetermineLogLevel(int32_t level, ZBLogSite *site, const cha
     site->level = ZBLogLevelWarning;
     return ZBLogLevelWarning >= level;
   }
-  LogLock lock;
+  zb::ScopedLock lock(&sLogLock);
   if (site->level == 0) {
     site->file = file;
     site->function = function;
@@ -278,7 +271,7 @@ extern "C" void ZBLogSetFile(const char *path) noexcept {
               path ? path : "");
     return;
   }
-  LogLock lock;
+  zb::ScopedLock lock(&sLogLock);
   // An earlier log file stays open: lines may still be on their way to it.
   sLogFile = file;
   sSink = fileSink;
@@ -296,7 +289,7 @@ extern "C" void ZBLogSetQVAnalyticsLogCounterPtr(void *pointer) noexcept {
 }
 
 extern "C" int32_t ZBLogBufferCopyBytes(void *destination, uint32_t capacity) noexcept {
-  LogLock lock;
+  zb::ScopedLock lock(&sLogLock);
   if (sRing == nullptr || destination == nullptr)
     return 0;
   return ZBCircularBufferCopyBytes(sRing, destination, capacity);
@@ -306,10 +299,10 @@ extern "C" ZBCircularBuffer *ZBLogGetLogBufferThreadUnsafeDoNotUse(void) noexcep
   return sRing;
 }
 
-extern "C" void ZBLogSetBackgroundColor(uint32_t) noexcept { LogLock lock; }
+extern "C" void ZBLogSetBackgroundColor(uint32_t) noexcept { zb::ScopedLock lock(&sLogLock); }
 
 extern "C" void ZBLogEnvironmentReset(void) noexcept {
-  LogLock lock;
+  zb::ScopedLock lock(&sLogLock);
   zb::log::clearConfiguration(sConfiguration);
   zb::log::loadConfiguration(sConfiguration);
   for (ZBLogSite *site = sDeterminedSites; site != nullptr; site = site->next)

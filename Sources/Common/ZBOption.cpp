@@ -6,6 +6,7 @@
 #include "ZBAlloc.h"
 #include "ZBEnvironment.h"
 #include "ZBLog.h"
+#include "ZBScopedLock.h"
 #include "ZBString.h"
 
 #include <cstdlib>
@@ -40,14 +41,6 @@ ZBOptionRecord *sOptions; // newest first
 // The registry's messages share one site.
 ZBLogSite sSite;
 
-class RegistryLock {
-public:
-  RegistryLock() { pthread_mutex_lock(&sRegistryLock); }
-  ~RegistryLock() { pthread_mutex_unlock(&sRegistryLock); }
-  RegistryLock(const RegistryLock &) = delete;
-  RegistryLock &operator=(const RegistryLock &) = delete;
-};
-
 template <typename... Arguments>
 [[noreturn]] void fatal(const char *function, uint32_t line, const char *format,
                         Arguments... arguments) {
@@ -68,7 +61,7 @@ ZBOptionRecord *findLocked(const char *name) {
 ZBOptionRecord *find(const char *name) {
   if (name == nullptr)
     return nullptr;
-  RegistryLock lock;
+  zb::ScopedLock lock(&sRegistryLock);
   return findLocked(name);
 }
 
@@ -198,7 +191,7 @@ extern "C" void ZBOptionRegisterWithValues(const char *name, const char *descrip
                            category ? category : "Settings", help, notify, read, write, nullptr};
   bool duplicate = false;
   {
-    RegistryLock lock;
+    zb::ScopedLock lock(&sRegistryLock);
     duplicate = findLocked(name) != nullptr;
     if (!duplicate) {
       record->next = sOptions;
@@ -280,7 +273,7 @@ extern "C" bool ZBOptionGetBool(const char *name) noexcept {
 extern "C" void ZBOptionsForeach(ZBOptionsForeachFn callback, void *context) noexcept {
   if (callback == nullptr)
     return;
-  RegistryLock lock;
+  zb::ScopedLock lock(&sRegistryLock);
   for (const ZBOptionRecord *record = sOptions; record != nullptr; record = record->next)
     callback(context, record->name, record->description, record->category, record->type,
              record->values, record->valueNames, record->valueCount, record->help);
@@ -289,7 +282,7 @@ extern "C" void ZBOptionsForeach(ZBOptionsForeachFn callback, void *context) noe
 extern "C" void ZBOptionsPrint(void) noexcept {
   ZB_LOG_FROM(&sSite, ZBLogLevelRaw, "ZBOptionsPrint", __FILE__, __LINE__,
               "Registered ZBOptions:\n");
-  RegistryLock lock;
+  zb::ScopedLock lock(&sRegistryLock);
   for (const ZBOptionRecord *record = sOptions; record != nullptr; record = record->next) {
     if (record != sOptions)
       ZB_LOG_FROM(&sSite, ZBLogLevelRaw, "ZBOptionsPrint", __FILE__, __LINE__, "\n");

@@ -15,6 +15,7 @@
 #include "ZBAlloc.h"
 #include "ZBInitializer.h"
 #include "ZBLog.h"
+#include "ZBScopedLock.h"
 #include "ZBString.h"
 #include "ZBThreadPrivate.h"
 
@@ -54,14 +55,6 @@ ZBThreadInfo *sListHead;
 pthread_key_t sInfoKey = kNoKey;
 // Read by every thread, written by the start-up step and ZBThreadSetMain.
 ZBThread sMainThread;
-
-class ListLock {
-public:
-  ListLock() { pthread_mutex_lock(&sListMutex); }
-  ~ListLock() { pthread_mutex_unlock(&sListMutex); }
-  ListLock(const ListLock &) = delete;
-  ListLock &operator=(const ListLock &) = delete;
-};
 
 pthread_t toPosix(ZBThread thread) { return static_cast<pthread_t>(thread); }
 ZBThread fromPosix(pthread_t thread) { return static_cast<ZBThread>(thread); }
@@ -121,7 +114,7 @@ double normalisedPriority(double priority) {
 void endThread(void *context) {
   auto *info = static_cast<ZBThreadInfo *>(context);
   {
-    ListLock lock;
+    zb::ScopedLock lock(&sListMutex);
     unlink(info);
   }
   ZBThreadSuspendRemove(ZBThreadGetCurrentThreadID());
@@ -134,7 +127,7 @@ void registerCaller(ZBThreadInfo *info) {
   // Known before the record is listed, so lookups by ID never see it unset.
   info->threadID = ZBThreadGetCurrentThreadID();
   pthread_setspecific(sInfoKey, info);
-  ListLock lock;
+  zb::ScopedLock lock(&sListMutex);
   linkAtHead(info);
 }
 
@@ -294,7 +287,7 @@ extern "C" bool ZBThreadIsSelf(ZBThread thread) noexcept {
 extern "C" ZBThread ZBThreadGetSelf(void) noexcept { return fromPosix(pthread_self()); }
 
 extern "C" ZBThread ZBThreadGetThreadWithID(uint32_t threadID) noexcept {
-  ListLock lock;
+  zb::ScopedLock lock(&sListMutex);
   for (ZBThreadInfo *info = sListHead; info != nullptr; info = info->next)
     if (info->threadID == threadID)
       return fromPosix(info->handle);
@@ -312,7 +305,7 @@ extern "C" ZBError ZBThreadSetName(ZBThread thread, const char *name) noexcept {
   }
   char *previous = copy;
   {
-    ListLock lock;
+    zb::ScopedLock lock(&sListMutex);
     if (ZBThreadInfo *info = findByHandle(thread)) {
       previous = info->name;
       info->name = copy;
@@ -324,7 +317,7 @@ extern "C" ZBError ZBThreadSetName(ZBThread thread, const char *name) noexcept {
 }
 
 extern "C" const char *ZBThreadGetName(ZBThread thread) noexcept {
-  ListLock lock;
+  zb::ScopedLock lock(&sListMutex);
   const ZBThreadInfo *info = thread == 0 ? callerInfo() : findByHandle(thread);
   return info != nullptr ? info->name : nullptr;
 }

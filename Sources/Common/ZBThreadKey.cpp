@@ -15,6 +15,7 @@
 #include "ZBAlloc.h"
 #include "ZBLock.h"
 #include "ZBLog.h"
+#include "ZBScopedLock.h"
 #include "ZBThreadLocal.h"
 #include "ZBThreadPrivate.h"
 
@@ -51,14 +52,6 @@ Slot sSlots[kSlotCount];
 ZBSpinLock sSlotsLock;
 // Holds each thread's table so that its destructor runs at thread exit.
 pthread_key_t sTableKey;
-
-class SlotsLock {
-public:
-  SlotsLock() { ZBSpinLockAcquire(&sSlotsLock); }
-  ~SlotsLock() { ZBSpinLockRelease(&sSlotsLock); }
-  SlotsLock(const SlotsLock &) = delete;
-  SlotsLock &operator=(const SlotsLock &) = delete;
-};
 
 // The slot of a key, or kSlotCount for a value that is no key.
 uint32_t slotIndex(ZBThreadKey key) {
@@ -106,7 +99,7 @@ void destroyTable(void *block) {
       void *value = nullptr;
       ZBThreadKeyDestructor destructor = nullptr;
       {
-        SlotsLock lock;
+        zb::ScopedLock lock(&sSlotsLock);
         // A stale value belongs to a deleted key: nobody to hand it to.
         if (entry.generation != currentGeneration(index))
           continue;
@@ -139,7 +132,7 @@ void _ZBThreadKeyStartup() noexcept {
 
 extern "C" ZBThreadKey ZBThreadKeyCreate(ZBThreadKeyDestructor destructor) noexcept {
   {
-    SlotsLock lock;
+    zb::ScopedLock lock(&sSlotsLock);
     for (uint32_t index = 0; index < kSlotCount; ++index) {
       if (sSlots[index].generation % 2 != 0)
         continue;
@@ -156,7 +149,7 @@ extern "C" ZBError ZBThreadKeyDelete(ZBThreadKey key) noexcept {
   const uint32_t index = slotIndex(key);
   if (index == kSlotCount)
     return ZBErrorInvalidHandle;
-  SlotsLock lock;
+  zb::ScopedLock lock(&sSlotsLock);
   if (sSlots[index].generation % 2 == 0)
     return ZBErrorInvalidHandle;
   advanceGeneration(index);

@@ -7,6 +7,7 @@
 #include "ZBBaseAllocator.h"
 #include "ZBLock.h"
 #include "ZBLog.h"
+#include "ZBScopedLock.h"
 #include "ZBZoneTracking.h"
 
 #include <atomic>
@@ -25,17 +26,6 @@ constexpr int32_t kInitialCapacity = 1024;
 
 // Set once, when the first zone is created.
 std::atomic<bool> sZonesInUse{false};
-
-class ZoneLock {
-public:
-  explicit ZoneLock(ZBZone *zone) : mLock(zone->lock) { ZBMutexAcquire(mLock); }
-  ~ZoneLock() { ZBMutexRelease(mLock); }
-  ZoneLock(const ZoneLock &) = delete;
-  ZoneLock &operator=(const ZoneLock &) = delete;
-
-private:
-  ZBMutex *mLock;
-};
 
 // Doubles the table; the hint moves to the first new slot. On failure the
 // table and hint stay as they were.
@@ -60,7 +50,7 @@ void freeZoneRecord(ZBZone *zone) noexcept {
 } // namespace
 
 bool __ZBZoneTrackAllocation(ZBZone *zone, void *pointer) noexcept {
-  ZoneLock lock(zone);
+  zb::ScopedLock lock(zone->lock);
   *zone->hint = pointer;
   void **end = zone->table + zone->capacity;
   for (void **slot = zone->hint + 1; slot < end; ++slot) {
@@ -76,7 +66,7 @@ bool __ZBZoneTrackAllocation(ZBZone *zone, void *pointer) noexcept {
 
 void __ZBZoneTrackDeallocation(ZBZone *zone, void *pointer) noexcept {
   {
-    ZoneLock lock(zone);
+    zb::ScopedLock lock(zone->lock);
     void **end = zone->table + zone->capacity;
     for (void **slot = zone->table; slot < end; ++slot) {
       if (*slot == pointer) {
@@ -116,7 +106,7 @@ extern "C" void ZBZoneDestroy(ZBZone *zone) noexcept {
     return;
   }
   {
-    ZoneLock lock(zone);
+    zb::ScopedLock lock(zone->lock);
     // Free slots hold null, which the base free ignores.
     for (int32_t i = 0; i < zone->capacity; ++i)
       gZBBaseAllocator.free(zone->table[i]);
