@@ -17,6 +17,7 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 export WINEDEBUG=-all
+export HOME="${HOME:-/root}"
 prefix="${WINEPREFIX:-$HOME/.wine}"
 if [ ! -f "$prefix/system.reg" ]; then
   wineboot -i >/dev/null 2>&1 || true
