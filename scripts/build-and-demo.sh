@@ -3,6 +3,8 @@
 # program zenbor-info under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# Wine keeps its prefix under HOME.
+export HOME="${HOME:-/root}"
 bash scripts/install-deps.sh
 cmake --preset windows >/dev/null
 cmake --build --preset windows --target zenbor zenbor-info

@@ -4,6 +4,8 @@
 # AddressSanitizer and UndefinedBehaviorSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# Wine keeps its prefix under HOME.
+export HOME="${HOME:-/root}"
 bash scripts/install-deps.sh
 
 cmake --preset windows -DZB_WERROR=ON >/dev/null
