@@ -5,6 +5,7 @@
 
 #include "qprintf.h"
 
+#include <array>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -32,22 +33,28 @@ struct qprintf_modifier {
   void *userData;
 };
 
-// Indexed by the unsigned conversion character. Written at load and by
-// registrations, read without a lock.
-extern qprintf_modifier qprintf_modifier_table[256];
+// Indexed by the unsigned conversion character. It holds the built-in
+// conversions from the start (it is constant data, complete before any
+// code runs, whatever order static constructors run in) and is changed
+// only by registrations; read without a lock.
+extern std::array<qprintf_modifier, 256> qprintf_modifier_table;
 
-// Fills the table with the built-in conversions, once; later calls do
-// nothing. Part of the library's load-time start-up; formatting and
-// registration call it too, so the table is filled before its first use
-// whatever order static constructors run in.
+// Sets the C runtime's locale to the environment's, once; later calls do
+// nothing. Part of the library's load-time start-up.
 void qprintf_builtins_init() noexcept;
 
 // Formats `format` into `sink`: parses it, fetches every argument in
 // argument order, then renders in format order. Returns the sink's count,
 // 0 for a null or empty format, or -1 when the format needs more records
 // than memory (or the engine's limits) allow.
+//
+// The arguments are read in place from `*arguments`, which the caller does
+// not read again. The engine's own copy of a list serves only formats that
+// name arguments by position: on x86-64 a list that was just started is
+// still on its way to memory, and reading the arguments through a fresh
+// copy of it stalls every call.
 int64_t qprintf_run(qprintf_sink *sink, uint32_t reserved, const char *format,
-                    va_list arguments) noexcept;
+                    va_list *arguments) noexcept;
 
 // Writes `length` bytes of `text` padded to the info's width: before the
 // text with "0" when the "0" flag is set, else with spaces; after it (a
@@ -123,14 +130,15 @@ inline int writeText(const qprintf_info &info, const char *text, size_t length) 
   return writeField(info, ' ', &piece, 1);
 }
 
-// The sinks. `size` -1 means the buffer is known to be large enough.
-// snprintf's result: the length stored when everything fit, else the full
-// length; -1 when the core fails or the length does not fit in an int.
-int formatIntoBuffer(char *buffer, int64_t size, const char *format, va_list arguments) noexcept;
+// The sinks; each reads `*arguments` in place, as qprintf_run does.
+// `size` -1 means the buffer is known to be large enough. snprintf's
+// result: the length stored when everything fit, else the full length; -1
+// when the core fails or the length does not fit in an int.
+int formatIntoBuffer(char *buffer, int64_t size, const char *format, va_list *arguments) noexcept;
 // asprintf's: `*out` receives a new block (or null on failure); the result
 // is the stored length, or -1.
-int formatIntoNewBuffer(char **out, const char *format, va_list arguments) noexcept;
+int formatIntoNewBuffer(char **out, const char *format, va_list *arguments) noexcept;
 // To a stream; standard output and standard error go to the debugger output.
-int formatToStream(FILE *stream, const char *format, va_list arguments) noexcept;
+int formatToStream(FILE *stream, const char *format, va_list *arguments) noexcept;
 
 } // namespace zb::format

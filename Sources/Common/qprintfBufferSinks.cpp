@@ -76,7 +76,7 @@ int resultOf(int64_t length) { return length > INT_MAX ? -1 : static_cast<int>(l
 } // namespace
 
 int formatIntoBuffer(char *buffer, int64_t size, const char *format,
-                     va_list arguments) noexcept {
+                     va_list *arguments) noexcept {
   int64_t dropped = 0;
   qprintf_sink sink{buffer, buffer, fixedOverflow, &dropped, 0};
   if (size < 0) {
@@ -95,7 +95,7 @@ int formatIntoBuffer(char *buffer, int64_t size, const char *format,
   return resultOf(accepted + dropped);
 }
 
-int formatIntoNewBuffer(char **out, const char *format, va_list arguments) noexcept {
+int formatIntoNewBuffer(char **out, const char *format, va_list *arguments) noexcept {
   *out = nullptr;
   GrowingBuffer state{nullptr, kInitialCapacity};
   state.data = static_cast<char *>(

@@ -154,25 +154,22 @@ void assignSlots(const ConversionDirective *directives, uint64_t specCount, qpri
   }
 }
 
-// Reads every argument in slot order. A slot no directive uses still
-// occupies one argument word.
+// Reads every argument in slot order, from `*arguments` in place. A slot
+// no directive uses still occupies one argument word.
 void fetchArguments(qprintf_info *slots, uint64_t slotCount, qprintf_sink *sink,
-                    va_list arguments) {
-  va_list cursor;
-  va_copy(cursor, arguments);
+                    va_list *arguments) {
   for (uint64_t index = 0; index < slotCount;) {
     qprintf_info &slot = slots[index];
     if (slot.conversion == kStarSlot) {
-      slot.value.integer = va_arg(cursor, int);
+      slot.value.integer = va_arg(*arguments, int);
     } else if (slot.conversion == '\0') {
-      (void)va_arg(cursor, void *);
+      (void)va_arg(*arguments, void *);
     } else {
       slot.sink = sink;
-      fetch(qprintf_modifier_table[slot.conversion], &cursor, slot);
+      fetch(qprintf_modifier_table[slot.conversion], arguments, slot);
     }
     index += std::max<uint32_t>(slot.count, 1);
   }
-  va_end(cursor);
 }
 
 int32_t slotInt(const qprintf_info *slots, uint64_t slotCount, int32_t index) {
@@ -181,10 +178,11 @@ int32_t slotInt(const qprintf_info *slots, uint64_t slotCount, int32_t index) {
 
 // Renders the directives that start at `resumeAt` or later, and the text
 // from there on (what comes before was rendered in one pass, reading the
-// same arguments). Kept out of line: its records take a kilobyte of stack
-// that the one-pass loop should not carry.
-[[gnu::noinline]] int64_t runWithSlots(qprintf_sink *sink, const char *format, va_list arguments,
-                                       const char *resumeAt) {
+// same arguments, which `*arguments` holds from the first). Kept out of
+// line: its records take a kilobyte of stack that the one-pass loop should
+// not carry.
+[[gnu::noinline]] int64_t runWithSlots(qprintf_sink *sink, const char *format,
+                                       va_list *arguments, const char *resumeAt) {
   Records<ConversionDirective> specRecords;
   ConversionDirective *directives = specRecords.stack();
   ParsedFormat parsed = parseFormat(format, directives, kStackRecords);
@@ -316,16 +314,17 @@ int qprintf_emit(qprintf_info *info, const char *text, size_t length) noexcept {
 }
 
 // The one pass. It is the entry itself rather than a function of its own
-// that this one calls: reading a va_list keeps the compiler from inlining
-// it, and the extra call would cost as much as the rest of a short format.
+// that this one calls: a function that copies a va_list is never inlined,
+// and the extra call would cost as much as the rest of a short format.
 int64_t qprintf_run(qprintf_sink *sink, uint32_t, const char *format,
-                    va_list arguments) noexcept {
+                    va_list *arguments) noexcept {
   using namespace zb::format;
   if (format == nullptr || format[0] == '\0')
     return 0;
-  qprintf_builtins_init();
-  va_list cursor;
-  va_copy(cursor, arguments);
+  // For a directive that names its argument by position: the rest of the
+  // format then reads the arguments again from the first.
+  va_list fromFirst;
+  va_copy(fromFirst, *arguments);
   const char *literal = format;
   const char *percent;
   while (*(percent = findPercentOrEnd(literal)) == '%') {
@@ -337,21 +336,22 @@ int64_t qprintf_run(qprintf_sink *sink, uint32_t, const char *format,
       const qprintf_modifier &entry = qprintf_modifier_table[conversion];
       qprintf_info info = startInfo(conversion, 0, 0, entry, sink);
       if (entry.count > 0)
-        fetch(entry, &cursor, info);
+        fetch(entry, arguments, info);
       if (entry.render != nullptr)
         entry.render(&info);
       continue;
     }
-    const char *resume = renderDirective(sink, percent, &cursor);
+    const char *resume = renderDirective(sink, percent, arguments);
     if (resume == nullptr) {
       // Arguments named by position can come in any order: the rest of
       // the format needs them all fetched first.
-      va_end(cursor);
-      return runWithSlots(sink, format, arguments, percent);
+      const int64_t result = runWithSlots(sink, format, &fromFirst, percent);
+      va_end(fromFirst);
+      return result;
     }
     literal = resume;
   }
-  va_end(cursor);
+  va_end(fromFirst);
   sinkWrite(sink, literal, size_t(percent - literal));
   return sink->count;
 }

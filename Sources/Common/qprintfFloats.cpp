@@ -315,8 +315,11 @@ bool wantsPlus(const qprintf_info &info, double value) {
 bool renderIntoRoom(qprintf_info *info, FloatConversion conversion, int *result) {
   qprintf_sink *sink = info->sink;
   const double value = info->value.number;
-  if (!isDecimal(conversion) || (info->flags & kLaidOutFlags) != 0 || info->width != 0 ||
-      !std::isfinite(value) || sink->limit - sink->cursor < 2)
+  // The width is not tested next to the flags: side by side, the compiler
+  // reads both with one load, and that load has to wait until the two
+  // stores the core filled them with have reached memory.
+  if (!isDecimal(conversion) || (info->flags & kLaidOutFlags) != 0 || !std::isfinite(value) ||
+      info->width != 0 || sink->cursor == sink->limit)
     return false;
   // The "+" is stored whether or not it is wanted: without it the digits
   // start on it. Should they not fit, the next attempt writes the whole

@@ -1,13 +1,14 @@
 // The format engine's table of conversions: one modifier per character,
-// filled at load with the built-in conversions and changed afterwards only
-// by registration. Characters without a conversion print themselves, which
+// the built-in conversions from the start and changed afterwards only by
+// registration. Characters without a conversion print themselves, which
 // is how "%%" prints "%".
+//
+// The table is constant data rather than filled by start-up code: every
+// call reads it, and this way no call has to check first that it is ready.
 #include "qprintfConversions.h"
 #include "qprintfEngine.h"
 
 #include <clocale>
-
-qprintf_modifier qprintf_modifier_table[256];
 
 namespace {
 
@@ -30,7 +31,7 @@ struct Builtin {
   qprintf_render_fn render;
 };
 
-const Builtin kBuiltins[] = {
+constexpr Builtin kBuiltins[] = {
     {"cC", 1, zb::format::fetchCharacter, zb::format::renderCharacter},
     {"sS", 1, zb::format::fetchString, zb::format::renderString},
     {"dDiuUxXoO", 1, zb::format::fetchInteger, zb::format::renderInteger},
@@ -45,26 +46,30 @@ const Builtin kBuiltins[] = {
     {"Z", 1, zb::print::fetchPointer, zb::print::renderSocketAddress},
 };
 
-bool fillTable() {
-  // The environment's locale: "'" groups digits and picks the decimal
-  // point by it.
-  std::setlocale(LC_ALL, "");
-  for (qprintf_modifier &entry : qprintf_modifier_table)
+constexpr std::array<qprintf_modifier, 256> builtinTable() {
+  std::array<qprintf_modifier, 256> table{};
+  for (qprintf_modifier &entry : table)
     entry = qprintf_modifier{0, nullptr, renderOwnCharacter, nullptr};
   for (const Builtin &builtin : kBuiltins)
     for (const char *c = builtin.characters; *c != '\0'; ++c)
-      qprintf_modifier_table[static_cast<unsigned char>(*c)] =
+      table[static_cast<unsigned char>(*c)] =
           qprintf_modifier{builtin.count, builtin.fetch, builtin.render, nullptr};
+  return table;
+}
+
+bool setEnvironmentLocale() {
+  // "'" groups digits and picks the decimal point by the locale.
+  std::setlocale(LC_ALL, "");
   return true;
 }
 
 } // namespace
 
+std::array<qprintf_modifier, 256> qprintf_modifier_table = builtinTable();
+
 void qprintf_builtins_init() noexcept {
-  // Once, also when formatting or a registration comes first (from another
-  // module's static constructor): the guard makes latecomers wait.
-  static const bool filled = fillTable();
-  (void)filled;
+  static const bool done = setEnvironmentLocale();
+  (void)done;
 }
 
 extern "C" int qprintf_modifier_register(unsigned char conversion, int count,
@@ -72,7 +77,6 @@ extern "C" int qprintf_modifier_register(unsigned char conversion, int count,
                                          void *userData) noexcept {
   if (isRefused(conversion))
     return 0;
-  qprintf_builtins_init();
   qprintf_modifier_table[conversion] = qprintf_modifier{count, fetch, render, userData};
   return 1;
 }

@@ -118,7 +118,7 @@ DebuggerLineWriter setDebuggerLineWriter(DebuggerLineWriter writer) noexcept {
   return sLineWriter.exchange(writer != nullptr ? writer : writeDebuggerLine);
 }
 
-int formatToStream(FILE *stream, const char *format, va_list arguments) noexcept {
+int formatToStream(FILE *stream, const char *format, va_list *arguments) noexcept {
   StreamState state{stream, stream == stdout || stream == stderr, {}};
   qprintf_sink sink{nullptr, nullptr, streamOverflow, &state, 0};
   const int64_t result = qprintf_run(&sink, 0, format, arguments);
