@@ -6,11 +6,11 @@
 #include "ZBEnvironment.h"
 
 #include "ZBAlloc.h"
-#include "ZBEnvironmentPrivate.h"
 #include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBPlatform.h"
 #include "ZBScopedLock.h"
+#include "ZBString.h"
 #include "ZBThread.h"
 
 #include <cerrno>
@@ -27,7 +27,6 @@ ZBMutex sLock; // recursive
 // `sCapacity` entries plus one slot that always has room for the null.
 char **sEntries;
 uint32_t sCapacity;
-char *sAppTemporaryDirectory;
 
 uint32_t entryCount() {
   uint32_t count = 0;
@@ -48,8 +47,10 @@ char *makeAssignment(const char *name, size_t nameLength, const char *value) {
 }
 
 // Appends one entry; -2 when the array cannot grow, 0 otherwise (also when
-// the string itself cannot be made, which sets errno only).
-int32_t appendEntry(const char *name, size_t nameLength, const char *value) {
+// the string itself cannot be made, which sets errno only). `stored` tells
+// whether the variable now stands in the array.
+int32_t appendEntry(const char *name, size_t nameLength, const char *value, bool *stored) {
+  *stored = false;
   const uint32_t count = entryCount();
   if (count + 1 > sCapacity) {
     void *grown = _ZBRealloc(sEntries, (2 * size_t(sCapacity) + 1) * sizeof(char *));
@@ -67,13 +68,15 @@ int32_t appendEntry(const char *name, size_t nameLength, const char *value) {
   }
   sEntries[count] = entry;
   sEntries[count + 1] = nullptr;
+  *stored = true;
   return 0;
 }
 
 void importEntry(const char *entry, void *) {
   const char *equals = std::strchr(entry, '=');
+  bool stored = false;
   if (equals != nullptr && equals != entry)
-    appendEntry(entry, static_cast<size_t>(equals - entry), equals + 1);
+    appendEntry(entry, static_cast<size_t>(equals - entry), equals + 1, &stored);
 }
 
 void startEnvironment(void *) {
@@ -111,16 +114,13 @@ bool startsWith(const char *text, const char *prefix) {
   return std::strncmp(text, prefix, std::strlen(prefix)) == 0;
 }
 
-// Stores the variable; true when something was stored.
+// Stores the variable under the lock; `stored` tells whether it changed.
 int32_t storeVariable(const char *name, const char *value, int32_t overwrite, bool *stored) {
   zb::ScopedLock lock(&sLock);
   const size_t nameLength = std::strlen(name);
   char **slot = findEntry(name, nameLength);
-  if (slot == nullptr) {
-    const int32_t result = appendEntry(name, nameLength, value);
-    *stored = result == 0 && errno != ENOMEM;
-    return result;
-  }
+  if (slot == nullptr)
+    return appendEntry(name, nameLength, value, stored);
   if (!overwrite)
     return 0;
   char *entry = makeAssignment(name, nameLength, value);
@@ -157,18 +157,12 @@ extern "C" int32_t ZBEnvironmentSetEnv(const char *name, const char *value,
     std::puts("Setting HOME does nothing.");
     return -1;
   }
-  if (std::strcmp(name, "TMP") == 0)
-    _ZBEnvironmentSetAppTemporaryDirectory(nullptr);
   if (std::strchr(name, '=') != nullptr) {
     errno = EINVAL;
     return -1;
   }
-  const int savedErrno = errno;
-  errno = 0;
   bool stored = false;
   const int32_t result = storeVariable(name, value, overwrite, &stored);
-  if (errno == 0)
-    errno = savedErrno;
   // Reconfiguration runs after the environment lock is released.
   if (stored && startsWith(name, "ZBLOG_"))
     ZBLogEnvironmentReset();
@@ -181,14 +175,12 @@ extern "C" int32_t ZBEnvironmentPutEnv(const char *assignment) noexcept {
     errno = EINVAL;
     return -1;
   }
-  const size_t nameLength = static_cast<size_t>(equals - assignment);
-  char *name = static_cast<char *>(_ZBAlloc(nameLength + 1));
+  char *name = ZBCStringDuplicateWithLength(nullptr, assignment,
+                                            static_cast<size_t>(equals - assignment));
   if (name == nullptr) {
     errno = ENOMEM;
     return -1;
   }
-  std::memcpy(name, assignment, nameLength);
-  name[nameLength] = '\0';
   const int32_t result = ZBEnvironmentSetEnv(name, equals + 1, 1);
   _ZBFree(name);
   return result;
@@ -231,13 +223,11 @@ extern "C" char **ZBEnvironmentCopyEnviron(void) noexcept {
   if (copy == nullptr)
     return nullptr;
   for (uint32_t i = 0; sEntries[i] != nullptr; ++i) {
-    const size_t length = std::strlen(sEntries[i]);
-    copy[i] = static_cast<char *>(_ZBAlloc(length + 1));
+    copy[i] = _ZBCStringDuplicate(sEntries[i]);
     if (copy[i] == nullptr) {
       ZBEnvironmentReleaseEnviron(copy);
       return nullptr;
     }
-    std::memcpy(copy[i], sEntries[i], length + 1);
   }
   return copy;
 }
@@ -275,21 +265,4 @@ extern "C" int32_t ZBEnvironmentGetInteger(const char *name) noexcept {
 extern "C" double ZBEnvironmentGetFloat(const char *name) noexcept {
   const char *value = ZBEnvironmentGetEnv(name);
   return value ? std::atof(value) : 0.0;
-}
-
-void _ZBEnvironmentSetAppTemporaryDirectory(const char *path) noexcept {
-  ensureStarted();
-  zb::ScopedLock lock(&sLock);
-  char *copy = nullptr;
-  if (path != nullptr) {
-    const size_t length = std::strlen(path);
-    copy = static_cast<char *>(_ZBAlloc(length + 1));
-    std::memcpy(copy, path, length + 1);
-  }
-  _ZBFree(sAppTemporaryDirectory);
-  sAppTemporaryDirectory = copy;
-}
-
-const char *_ZBEnvironmentGetCachedAppTemporaryDirectory() noexcept {
-  return sAppTemporaryDirectory;
 }

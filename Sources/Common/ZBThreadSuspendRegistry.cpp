@@ -8,6 +8,7 @@
 
 #include "ZBAlloc.h"
 #include "ZBLock.h"
+#include "ZBScopedLock.h"
 #include "ZBThreadPrivate.h"
 
 namespace {
@@ -24,17 +25,12 @@ uint32_t sMutexOnce;
 
 void initMutex(void *) { ZBMutexInitRecursive(&sMutex); }
 
-// Re-entrant, so that a walk may call back into the registry.
-class RegistryLock {
-public:
-  RegistryLock() {
-    ZBThreadCallOnce(&sMutexOnce, initMutex, nullptr);
-    ZBMutexAcquire(&sMutex);
-  }
-  ~RegistryLock() { ZBMutexRelease(&sMutex); }
-  RegistryLock(const RegistryLock &) = delete;
-  RegistryLock &operator=(const RegistryLock &) = delete;
-};
+// The registry's lock, made on first use. Re-entrant, so that a walk may
+// call back into the registry.
+ZBMutex *registryMutex() {
+  ZBThreadCallOnce(&sMutexOnce, initMutex, nullptr);
+  return &sMutex;
+}
 
 SuspendEntry *find(uint32_t threadID) {
   for (SuspendEntry *entry = sNewest; entry != nullptr; entry = entry->next)
@@ -56,12 +52,12 @@ void addUnsafe(uint32_t threadID) {
 } // namespace
 
 extern "C" void ZBThreadSuspendAdd(uint32_t threadID) noexcept {
-  RegistryLock lock;
+  zb::ScopedLock lock(registryMutex());
   addUnsafe(threadID);
 }
 
 void _ZBThreadSuspendRegistryAddUnlessPresent(uint32_t threadID) noexcept {
-  RegistryLock lock;
+  zb::ScopedLock lock(registryMutex());
   if (find(threadID) == nullptr)
     addUnsafe(threadID);
 }
@@ -69,7 +65,7 @@ void _ZBThreadSuspendRegistryAddUnlessPresent(uint32_t threadID) noexcept {
 extern "C" bool ZBThreadSuspendRemove(uint32_t threadID) noexcept {
   SuspendEntry *removed = nullptr;
   {
-    RegistryLock lock;
+    zb::ScopedLock lock(registryMutex());
     for (SuspendEntry **link = &sNewest; *link != nullptr; link = &(*link)->next) {
       if ((*link)->threadID == threadID) {
         removed = *link;
@@ -83,13 +79,13 @@ extern "C" bool ZBThreadSuspendRemove(uint32_t threadID) noexcept {
 }
 
 extern "C" void ZBThreadSetNonSuspendable(uint32_t threadID) noexcept {
-  RegistryLock lock;
+  zb::ScopedLock lock(registryMutex());
   if (SuspendEntry *entry = find(threadID))
     entry->suspendable = 0;
 }
 
 void _ZBThreadSuspendRegistryVisitSuspendable(void (*visit)(uint32_t threadID)) noexcept {
-  RegistryLock lock;
+  zb::ScopedLock lock(registryMutex());
   for (SuspendEntry *entry = sNewest; entry != nullptr; entry = entry->next)
     if (entry->suspendable != 0)
       visit(entry->threadID);
