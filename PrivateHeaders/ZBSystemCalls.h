@@ -1,0 +1,45 @@
+// The one table of the Windows and Winsock calls that can fail in ways worth
+// testing. The library calls them through zb::gSystemCalls; every entry
+// defaults to the real system function. Tests that link the static library
+// swap an entry to inject an error that the system under test cannot
+// produce (a sharing violation, a full disk, WSAEWOULDBLOCK), then restore
+// it. Included by Sources/Win32 and Sources/BSD only.
+//
+// Each family keeps its rows in its own section of ZB_SYSTEM_CALLS; a row is
+// the system function's name, and the entry has that function's exact type.
+#pragma once
+
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <windows.h>
+
+// clang-format off
+#define ZB_SYSTEM_CALLS(X)                                                      \
+  /* Paths */                                                                   \
+  X(GetFileAttributesW)                                                         \
+                                                                                \
+  /* Descriptors, files and directories */                                      \
+                                                                                \
+                                                                                \
+  /* Environment and application directories */                                 \
+                                                                                \
+                                                                                \
+  /* Sockets */                                                                 \
+                                                                                \
+                                                                                \
+  /* Time zones */                                                              \
+                                                                                \
+// clang-format on
+
+namespace zb {
+
+struct SystemCalls {
+#define ZB_SYSTEM_CALL_ENTRY(name) decltype(&::name) name;
+  ZB_SYSTEM_CALLS(ZB_SYSTEM_CALL_ENTRY)
+#undef ZB_SYSTEM_CALL_ENTRY
+};
+
+// The live table. Written only by tests, before the calls they aim at.
+extern SystemCalls gSystemCalls;
+
+} // namespace zb
