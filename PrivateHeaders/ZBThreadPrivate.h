@@ -6,12 +6,11 @@
 #include "ZBThread.h"
 
 // Threads' load-time step: creates the key that holds each registered
-// thread's record, registers the loading thread as the main thread (its
-// record, the main-thread handle, its suspend-registry entry) and registers
-// the "__ZBThreadInit" initializer.
+// thread's record and registers the "__ZBThreadInit" initializer.
 void _ZBThreadStartup() noexcept;
-// The "__ZBThreadInit" initializer (priority 4), run on the main thread by
-// ZBInitializerRun: names it "qv-main".
+// The "__ZBThreadInit" initializer (priority 4), run by ZBInitializerRun:
+// registers the calling thread as the main thread (its record, the
+// main-thread handle, its suspend-registry entry) and names it "qv-main".
 void __ZBThreadInit() noexcept;
 
 // Thread keys' load-time step ("__ZBThreadKeyInit"): the key table and the

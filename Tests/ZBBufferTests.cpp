@@ -3,6 +3,7 @@
 
 #include "ZBBuffer.h"
 
+#include <cstring>
 #include <string>
 
 namespace {
@@ -15,25 +16,35 @@ std::string copyOut(ZBCircularBuffer *ring, uint32_t size, int32_t *result) {
 }
 
 TEST(ZBCircularBuffer, KeepsTheNewestBytesOldestFirst) {
+  // Each row writes its bytes (if any), then copies into `size` bytes. A
+  // destination smaller than the capacity gets minus the capacity, however
+  // little the ring holds.
+  const struct {
+    const char *written;
+    uint32_t size;
+    int32_t result;
+    const char *copied;
+  } steps[] = {
+      {nullptr, 16, 0, ""},
+      {nullptr, 15, -16, ""},
+      {"0123456789", 16, 10, "0123456789"},
+      {nullptr, 12, -16, ""},
+      {nullptr, 10, -16, ""},
+      {"abcdefghij", 16, 16, "456789abcdefghij"},
+      {nullptr, 8, -16, ""},
+      {nullptr, 100, 16, "456789abcdefghij"},
+      // One write longer than the ring leaves its last bytes.
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789", 16, 16, "UVWXYZ0123456789"},
+      {"", 16, 16, "UVWXYZ0123456789"},
+  };
   ZBCircularBuffer *ring = ZBCircularBufferCreate(16);
-  int32_t result = 0;
-  EXPECT_EQ("", copyOut(ring, 16, &result));
-  EXPECT_EQ(0, result);
-
-  ZBCircularBufferEnqueue(ring, "0123456789", 10);
-  EXPECT_EQ("0123456789", copyOut(ring, 16, &result));
-  ZBCircularBufferEnqueue(ring, "abcdefghij", 10);
-  EXPECT_EQ("456789abcdefghij", copyOut(ring, 16, &result));
-  EXPECT_EQ(16, result);
-  EXPECT_EQ("", copyOut(ring, 8, &result));
-  EXPECT_EQ(-16, result);
-  EXPECT_EQ("456789abcdefghij", copyOut(ring, 100, &result));
-
-  // One write longer than the ring leaves its last bytes.
-  ZBCircularBufferEnqueue(ring, "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789", 36);
-  EXPECT_EQ("UVWXYZ0123456789", copyOut(ring, 16, &result));
-  ZBCircularBufferEnqueue(ring, "", 0);
-  EXPECT_EQ("UVWXYZ0123456789", copyOut(ring, 16, &result));
+  for (const auto &step : steps) {
+    if (step.written != nullptr)
+      ZBCircularBufferEnqueue(ring, step.written, static_cast<uint32_t>(std::strlen(step.written)));
+    int32_t result = 0;
+    EXPECT_EQ(step.copied, copyOut(ring, step.size, &result)) << step.size;
+    EXPECT_EQ(step.result, result) << step.size;
+  }
   ZBCircularBufferFree(ring);
 }
 

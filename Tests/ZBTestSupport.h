@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <thread>
@@ -60,6 +61,35 @@ std::string logOfDyingProcess(Statement statement,
   const std::string lines = readFile(path);
   std::remove(path.c_str());
   return lines;
+}
+
+// The failed checks of a child process (see expectInChildProcess).
+class ChildChecks {
+public:
+  void expect(bool passed, const std::string &what) {
+    if (!passed)
+      failures_ += what + "\n";
+  }
+  const std::string &failures() const { return failures_; }
+
+private:
+  std::string failures_;
+};
+
+// Runs `body(checks)` in a child process, for state that only a fresh
+// process has (such as a library whose initializers have not run). The
+// child prints each failed check and exits with 1, which fails the test
+// with those lines; with none it exits with 0.
+template <typename Body>
+void expectInChildProcess(Body body) {
+  EXPECT_EXIT(
+      {
+        ChildChecks checks;
+        body(checks);
+        std::fputs(checks.failures().c_str(), stderr);
+        std::exit(checks.failures().empty() ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 // Runs `body` on a thread of its own and waits until that thread has ended

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -202,4 +203,46 @@ TEST(ZBThreadSystemTest, KeyDestructorsRunOnSystemThreads) {
   EXPECT_EQ(1, destructorCalls.load());
   EXPECT_EQ(&value, destroyedValue);
   EXPECT_EQ(0, ZBThreadKeyDelete(key));
+}
+
+// A host that loads the library late, from a worker thread (a plugin), and
+// runs the initializers on its first thread has the first thread recorded
+// as main. A copy of the DLL under another name is a second, fresh instance
+// of the library in this process; it is loaded in a child process.
+TEST(ZBThreadSystemDeathTest, ALibraryLoadedOnAWorkerRecordsTheThreadThatInitialisesIt) {
+  // The child runs this body again: it takes the parent's copy.
+  char copy[MAX_PATH] = {};
+  if (GetEnvironmentVariableA("ZBTEST_LATE_LIBRARY", copy, MAX_PATH) == 0) {
+    char library[MAX_PATH] = {};
+    ASSERT_NE(0u, GetModuleFileNameA(GetModuleHandleA("zenbor.dll"), library, MAX_PATH));
+    const std::string path = zbtest::temporaryPath("zenbor-late.dll");
+    ASSERT_TRUE(CopyFileA(library, path.c_str(), FALSE));
+    SetEnvironmentVariableA("ZBTEST_LATE_LIBRARY", path.c_str());
+    std::snprintf(copy, sizeof copy, "%s", path.c_str());
+  }
+  zbtest::expectInChildProcess([&copy](zbtest::ChildChecks &checks) {
+    HMODULE late = nullptr;
+    std::thread([&] { late = LoadLibraryA(copy); }).join();
+    checks.expect(late != nullptr && late != GetModuleHandleA("zenbor.dll"), "a second instance");
+    if (late == nullptr)
+      return;
+    // Through void (*)(): the generic function type the cast is allowed from.
+    auto resolve = [late](const char *name) {
+      return reinterpret_cast<void (*)()>(GetProcAddress(late, name));
+    };
+    auto getMain = reinterpret_cast<decltype(&ZBThreadGetMain)>(resolve("ZBThreadGetMain"));
+    auto isMain = reinterpret_cast<decltype(&ZBThreadIsMain)>(resolve("ZBThreadIsMain"));
+    auto getSelf = reinterpret_cast<decltype(&ZBThreadGetSelf)>(resolve("ZBThreadGetSelf"));
+    auto getName = reinterpret_cast<decltype(&ZBThreadGetName)>(resolve("ZBThreadGetName"));
+    auto run = reinterpret_cast<decltype(&ZBInitializerRun)>(resolve("ZBInitializerRun"));
+    checks.expect(getMain() == 0, "no main thread after a load on a worker");
+    checks.expect(isMain(), "the first thread counts as main");
+    run();
+    checks.expect(getMain() != 0 && getMain() == getSelf(), "the first thread is main");
+    const char *name = getName(0);
+    checks.expect(name != nullptr && std::string(name) == "qv-main", "named qv-main");
+    std::thread([&] { checks.expect(!isMain(), "a worker is not main"); }).join();
+  });
+  DeleteFileA(copy);
+  SetEnvironmentVariableA("ZBTEST_LATE_LIBRARY", nullptr);
 }

@@ -5,6 +5,7 @@
 
 #include "ZBTestSupport.h"
 
+#include "ZBInitializer.h"
 #include "ZBLog.h"
 #include "ZBThread.h"
 #include "ZBThreadPrivate.h"
@@ -41,16 +42,13 @@ std::atomic<uint32_t> gHookThread;
 
 TEST(ZBThreadTest, ACreatedThreadIsKnownByItsNameUntilItEnds) {
   std::string ownName;
-  bool ownIsMain = true;
   CountingThread worker("zb-worker", ZBThreadPriorityDefault, 0, [&] {
     const char *name = ZBThreadGetName(0);
     ownName = name ? name : "(null)";
-    ownIsMain = ZBThreadIsMain();
     ZB_LOG_ERROR("a line from a named thread");
   });
   ASSERT_NE(0u, worker.thread());
   EXPECT_EQ("zb-worker", ownName);
-  EXPECT_FALSE(ownIsMain);
   EXPECT_NE(std::string::npos, zbtest::logRing().find(") zb-worker: "));
   EXPECT_STREQ("zb-worker", ZBThreadGetName(worker.thread()));
   const uint32_t id = worker.threadID();
@@ -172,30 +170,67 @@ TEST(ZBThreadTest, PrioritiesSpanTheCallersPolicy) {
   EXPECT_EQ(ZBErrorNotImplemented, ZBThreadSetPriority(ZBThreadGetSelf(), 0.5));
 }
 
-TEST(ZBThreadTest, TheLoadingThreadIsTheMainThread) {
-  EXPECT_TRUE(ZBThreadIsMain());
-  EXPECT_TRUE(ZBThreadIsMainThread(ZBThreadGetSelf()));
-  const uint32_t id = ZBThreadGetCurrentThreadID();
-  EXPECT_TRUE(ZBThreadEqual(ZBThreadGetSelf(), ZBThreadGetThreadWithID(id)));
-  EXPECT_TRUE(isSuspendable(id));
-  EXPECT_EQ(nullptr, ZBThreadGetName(0)) << "named by the initializer, not at load";
-  zbtest::onOtherThread([] {
-    EXPECT_FALSE(ZBThreadIsMain());
-    EXPECT_FALSE(ZBThreadIsMainThread(ZBThreadGetSelf()));
+// No thread is main until the initializers run: then the thread that ran
+// them is, listed, suspendable and named "qv-main". A fresh process each.
+TEST(ZBThreadDeathTest, TheInitializersRecordTheMainThread) {
+  zbtest::expectInChildProcess([](zbtest::ChildChecks &checks) {
+    const uint32_t id = ZBThreadGetCurrentThreadID();
+    checks.expect(ZBThreadGetMain() == 0, "no main thread at load");
+    checks.expect(ZBThreadIsMain(), "the loading thread counts as main");
+    checks.expect(ZBThreadGetThreadWithID(id) == 0, "the loading thread is not listed at load");
+    checks.expect(!isSuspendable(id), "the loading thread is not suspendable at load");
+    zbtest::onOtherThread([&] {
+      checks.expect(ZBThreadIsMain(), "another thread counts as main too");
+      checks.expect(!ZBThreadIsMainThread(ZBThreadGetSelf()), "no thread equals an unset main");
+    });
+
+    ZBInitializerRun();
+    checks.expect(ZBThreadIsMain(), "the runner is main");
+    checks.expect(ZBThreadIsMainThread(ZBThreadGetSelf()), "the runner is the main thread");
+    checks.expect(ZBThreadEqual(ZBThreadGetSelf(), ZBThreadGetThreadWithID(id)), "listed");
+    checks.expect(isSuspendable(id), "suspendable");
+    const char *name = ZBThreadGetName(ZBThreadGetMain());
+    checks.expect(name != nullptr && std::string(name) == "qv-main", "named qv-main");
+    zbtest::onOtherThread([&] {
+      checks.expect(!ZBThreadIsMain(), "another thread is not main");
+      checks.expect(!ZBThreadIsMainThread(ZBThreadGetSelf()), "nor the main thread");
+    });
   });
-  EXPECT_TRUE(ZBThreadEqual(0, 0));
-  EXPECT_FALSE(ZBThreadEqual(0, ZBThreadGetSelf()));
-  EXPECT_FALSE(ZBThreadEqual(ZBThreadGetSelf(), 0));
 }
 
-TEST(ZBThreadDeathTest, TheThreadInitializerNamesTheMainThread) {
-  EXPECT_EXIT(
-      {
-        __ZBThreadInit();
-        const char *name = ZBThreadGetName(ZBThreadGetMain());
-        std::exit(name != nullptr && std::string(name) == "qv-main" ? 0 : 1);
-      },
-      ::testing::ExitedWithCode(0), "");
+// The initializer keeps the record that a thread started through
+// ZBThreadCreate already has, and ZBThreadSetMain moves the main thread.
+TEST(ZBThreadDeathTest, ACreatedThreadCanBecomeMain) {
+  zbtest::expectInChildProcess([](zbtest::ChildChecks &checks) {
+    CountingThread worker("zb-runner", ZBThreadPriorityDefault, 0, [&checks] {
+      __ZBThreadInit();
+      checks.expect(ZBThreadIsMainThread(ZBThreadGetSelf()), "the runner is the main thread");
+      const char *name = ZBThreadGetName(0);
+      checks.expect(name != nullptr && std::string(name) == "qv-main", "renamed qv-main");
+    });
+    checks.expect(worker.thread() != 0, "the worker started");
+    checks.expect(ZBThreadEqual(worker.thread(), ZBThreadGetThreadWithID(worker.threadID())),
+                  "listed once, by its own record");
+    checks.expect(!ZBThreadIsMain(), "the test's thread is not main");
+    ZBThreadSetMain();
+    checks.expect(ZBThreadIsMain() && ZBThreadIsMainThread(ZBThreadGetSelf()),
+                  "ZBThreadSetMain makes the caller main");
+    checks.expect(worker.join() == 0, "joined");
+    checks.expect(ZBThreadGetThreadWithID(worker.threadID()) == 0, "unlisted when it ends");
+  });
+}
+
+TEST(ZBThreadTest, EqualityTreatsNoThreadAsItsOwnValue) {
+  const ZBThread self = ZBThreadGetSelf();
+  const struct {
+    ZBThread first, second;
+    bool equal;
+  } rows[] = {{0, 0, true}, {0, self, false}, {self, 0, false}, {self, self, true}};
+  for (const auto &row : rows)
+    EXPECT_EQ(row.equal, ZBThreadEqual(row.first, row.second)) << row.first << " " << row.second;
+  EXPECT_TRUE(ZBThreadIsSelf(self));
+  EXPECT_FALSE(ZBThreadIsSelf(0));
+  zbtest::onOtherThread([self] { EXPECT_FALSE(ZBThreadIsSelf(self)); });
 }
 
 TEST(ZBThreadTest, CallOnceRunsTheFunctionOnceWhileLateCallersWait) {

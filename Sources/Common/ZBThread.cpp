@@ -53,7 +53,7 @@ pthread_mutex_t sListMutex = PTHREAD_MUTEX_INITIALIZER;
 ZBThreadInfo *sListHead;
 // The calling thread's record; its destructor unregisters the thread.
 pthread_key_t sInfoKey = kNoKey;
-// Read by every thread, written by the start-up step and ZBThreadSetMain.
+// Read by every thread, written by "__ZBThreadInit" and ZBThreadSetMain.
 ZBThread sMainThread;
 
 pthread_t toPosix(ZBThread thread) { return static_cast<pthread_t>(thread); }
@@ -141,14 +141,19 @@ void *startThread(void *context) {
 }
 
 // Registers the calling thread as the main thread: a record in the live
-// registry, the main-thread handle and an entry in the suspend registry.
+// registry (unless the thread has one already, as a thread started through
+// ZBThreadCreate does), the main-thread handle and an entry in the suspend
+// registry.
 void registerMainThread() {
-  auto *info = static_cast<ZBThreadInfo *>(_ZBAllocWithZoneCountAndDesc(
-      nullptr, 1, sizeof(ZBThreadInfo), "__ZBThreadInitMainThread"));
-  if (info == nullptr)
-    return;
+  ZBThreadInfo *info = callerInfo();
+  if (info == nullptr) {
+    info = static_cast<ZBThreadInfo *>(_ZBAllocWithZoneCountAndDesc(
+        nullptr, 1, sizeof(ZBThreadInfo), "__ZBThreadInitMainThread"));
+    if (info == nullptr)
+      return;
+    registerCaller(info);
+  }
   ZBThreadSetMain();
-  registerCaller(info);
   _ZBThreadSuspendRegistryAddUnlessPresent(info->threadID);
 }
 
@@ -356,13 +361,18 @@ extern "C" bool ZBThreadRegisterWithProfiler(void) noexcept {
   return true;
 }
 
-void __ZBThreadInit() noexcept { ZBThreadSetName(ZBThreadGetSelf(), "qv-main"); }
+// Run by ZBInitializerRun, so the main thread is the one the host runs the
+// initializers on, not whichever thread happened to load the library (a
+// plugin host may load it from a worker). Until then no thread is main and
+// ZBThreadIsMain answers true everywhere, which lets that very run pass its
+// main-thread check.
+void __ZBThreadInit() noexcept {
+  registerMainThread();
+  ZBThreadSetName(ZBThreadGetSelf(), "qv-main");
+}
 
 void _ZBThreadStartup() noexcept {
   if (sInfoKey == kNoKey && pthread_key_create(&sInfoKey, endThread) != 0)
     sInfoKey = kNoKey;
-  // The loading thread is the main thread from load on, so that
-  // ZBInitializerRun can check that it runs there; the initializer names it.
-  registerMainThread();
   ZBInitializerRegister_internal(__ZBThreadInit, 4, "__ZBThreadInit");
 }
