@@ -1,7 +1,7 @@
 # Checks zenbor.dll's tables: it exports exactly the ZB_EXPORT declarations
-# of the public headers, and imports system DLLs only (the C++ runtime and
-# winpthreads are linked in).
-#   cmake -DDLL=... -DHEADERS=... -DOBJDUMP=... -P CheckExports.cmake
+# of the public headers, every one of them is named by some test source, and
+# it imports system DLLs only (the C++ runtime and winpthreads are linked in).
+#   cmake -DDLL=... -DHEADERS=... -DTESTS=... -DOBJDUMP=... -P CheckExports.cmake
 execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
   message(FATAL_ERROR "${OBJDUMP} -p ${DLL} failed")
@@ -48,6 +48,30 @@ if(missing)
 endif()
 if(unexpected)
   message(SEND_ERROR "exported but not declared: ${unexpected}")
+endif()
+
+# Named by a test: the name appears as a whole word, outside a line comment,
+# in a source under TESTS. A macro that expands to an export does not count:
+# a test calls the export by its name.
+set(tested "")
+file(GLOB_RECURSE testSources ${TESTS}/*.cpp ${TESTS}/*.c ${TESTS}/*.h)
+foreach(source ${testSources})
+  file(READ ${source} text)
+  string(REGEX REPLACE "//[^\n]*" "" text "${text}")
+  string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_]*" words "${text}")
+  list(APPEND tested ${words})
+endforeach()
+list(REMOVE_DUPLICATES tested)
+set(untested ${declared})
+if(tested)
+  list(REMOVE_ITEM untested ${tested})
+endif()
+list(LENGTH untested untestedCount)
+math(EXPR namedCount "${declaredCount} - ${untestedCount}")
+message(STATUS "${namedCount} of ${declaredCount} declared exports named by a test")
+if(untested)
+  string(REPLACE ";" "\n  " untestedLines "${untested}")
+  message(SEND_ERROR "exports that no test under ${TESTS} names:\n  ${untestedLines}")
 endif()
 
 string(REGEX MATCHALL "DLL Name: [^\n]*" imports "${dump}")

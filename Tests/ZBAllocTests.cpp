@@ -186,6 +186,59 @@ TEST(ZBAllocDeathTest, HeapDumpsNeedAHeapDebuggingBuild) {
   EXPECT_FALSE(ZBMemoryHasLeakSanitizer());
 }
 
+// The base allocator of this build keeps no statistics and has no heap
+// profiler: the statistics read as nothing, and the maintenance and
+// profiling hooks neither free nor disturb a live block.
+TEST(ZBAlloc, StatisticsAndHeapHooksOfThisBuild) {
+  char stats[4] = {'x', 'x', 'x', 'x'};
+  ZBMemoryGetStats(stats, sizeof stats);
+  EXPECT_EQ(std::string("\0xxx", 4), std::string(stats, 4)) << "an empty text, nothing more";
+  stats[0] = 'x';
+  ZBMemoryGetStats(stats, 0);
+  ZBMemoryGetStats(nullptr, 4);
+  EXPECT_EQ('x', stats[0]) << "no room: nothing written";
+  EXPECT_EQ(0u, ZBMemoryGetMallocTotal());
+  static bool hookCalled;
+  EXPECT_EQ(0, ZBMemorySetStatsHook([](void *) { hookCalled = true; }));
+
+  auto *block = static_cast<unsigned char *>(_ZBAlloc(64));
+  ASSERT_NE(nullptr, block);
+  {
+    RecordingFrees frees;
+    for (void (*hook)() : {ZBMemoryTrimHeap, ZBMemoryDisableHeapLeakChecking, ZBHeapProfileStart,
+                           ZBHeapProfileStop, ZBMemoryReenableHeapLeakChecking})
+      hook();
+    EXPECT_TRUE(frees.freed.empty());
+  }
+  std::memset(block, 0x5A, 64);
+  EXPECT_GE(ZBSizeOfAllocation(block), 64u);
+  EXPECT_STREQ("No heap profile available.\n", ZBHeapProfileGet());
+  EXPECT_FALSE(hookCalled);
+  _ZBFree(block);
+}
+
+// Zone names, footprints and recycling are not kept by this build: a name
+// reads back as null, the footprint as 0, and recycling frees nothing, so
+// the zone's blocks stay live until it is destroyed.
+TEST(ZBZone, NamesFootprintsAndRecyclingAreNotKept) {
+  ZBZone *zone = ZBZoneCreate(0, 0, 0, 0, "named at creation");
+  ASSERT_NE(nullptr, zone);
+  auto *block = static_cast<unsigned char *>(_ZBAllocWithZoneAndDesc(zone, 256, "test"));
+  ASSERT_NE(nullptr, block);
+  ZBZoneSetName(zone, "renamed");
+  EXPECT_EQ(nullptr, ZBZoneGetName(zone));
+  EXPECT_EQ(0u, ZBZoneGetFootprint(zone));
+  {
+    RecordingFrees frees;
+    ZBZoneRecycle(zone);
+    EXPECT_TRUE(frees.freed.empty());
+  }
+  std::memset(block, 0xA5, 256);
+  RecordingFrees frees;
+  ZBZoneDestroy(zone);
+  EXPECT_EQ(1u, frees.freed.count(block));
+}
+
 TEST(ZBZone, DestroyFreesEveryLiveAllocationAcrossTableGrowth) {
   ZBZone *zone = ZBZoneCreate(0, 0, 0, 0, "test");
   ASSERT_NE(nullptr, zone);

@@ -6,7 +6,9 @@
 
 #include "ZBLog.h"
 #include "ZBTestSupport.h"
+#include "ZBThread.h"
 #include "ZBTime.h"
+#include "ZBTrace.h"
 
 #include <gtest/gtest.h>
 
@@ -100,7 +102,11 @@ TEST(ZBSpinLock, ContentionKeepsTheCountExact) {
   ZBSpinLockInit(&lock);
   int64_t counter = 0;
   // Both slow acquires and both releases; the main thread spins flat out,
-  // the others yield and then sleep.
+  // the others yield and then sleep. (Until a main thread is set every
+  // thread counts as main.) Spin locks have no stuck detection, so even a
+  // tiny delay ends no wait.
+  ZBThreadSetMain();
+  ZBSpinLockSetStuckDetectionDelays(1e-9);
   auto hammer = [&](bool debugForm) {
     for (int i = 0; i < 50000; ++i) {
       if (!ZBSpinLockTryAcquire(&lock)) {
@@ -145,6 +151,35 @@ TEST(ZBSpinLockDeathTest, VerifyingReleaseOfAFreeOrCorruptLockIsFatal) {
 // Reader/writer locks, condition variables and semaphores exist on Windows
 // only; the host build has the mutexes and spin locks above.
 #ifdef _WIN32
+
+// Each kind of lock records the identifier the tracer gives its name; this
+// build has no tracer, so every name is 0, and locks set up in the
+// caller's storage work and are undone by their Destroy.
+TEST(ZBLock, TraceNamesAreTheTracersIdentifiers) {
+  EXPECT_FALSE(ZBTraceIsInitialized());
+  for (const char *name : {"zb-lock", "", static_cast<const char *>(nullptr)})
+    EXPECT_EQ(0, ZBTraceDefineName(name)) << (name ? name : "(null)");
+  ZBMutex mutex;
+  ASSERT_TRUE(ZBMutexInitNR(&mutex));
+  EXPECT_EQ(ZBTraceDefineName("zb-mutex"), ZBMutexSetTraceName(&mutex, "zb-mutex"));
+  EXPECT_EQ(0, ZBMutexDestroy(&mutex));
+
+  ZBRWLock lock;
+  ASSERT_TRUE(ZBRWLockInit(&lock));
+  EXPECT_EQ(ZBTraceDefineName("zb-rwlock"), ZBRWLockSetTraceName(&lock, "zb-rwlock"));
+  EXPECT_EQ(0, ZBRWLockSetTraceName(nullptr, "zb-rwlock"));
+  ASSERT_EQ(0, ZBRWLockAcquireWrite(&lock));
+  EXPECT_EQ(0, ZBRWLockReleaseWrite(&lock));
+  ASSERT_EQ(0, ZBRWLockAcquireRead(&lock));
+  EXPECT_EQ(0, ZBRWLockReleaseRead(&lock));
+  EXPECT_EQ(0, ZBRWLockDestroy(&lock));
+
+  ZBCondVariable condition;
+  ASSERT_TRUE(ZBCondVariableInit(&condition));
+  EXPECT_EQ(ZBTraceDefineName("zb-condition"), ZBCondVariableSetDebugName(&condition, "zb-condition"));
+  EXPECT_EQ(0, ZBCondVariableSetDebugName(nullptr, "zb-condition"));
+  EXPECT_EQ(0, ZBCondVariableDestroy(&condition));
+}
 
 TEST(ZBRWLock, ReadersShareAndWritersExclude) {
   ZBRWLock *lock = ZBRWLockCreate();

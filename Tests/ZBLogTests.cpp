@@ -8,6 +8,7 @@
 #include "ZBLogConfiguration.h"
 #include "ZBTestSupport.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <regex>
 #include <string>
@@ -230,6 +231,40 @@ TEST_F(ZBLogTest, LinesHaveTheExactFormatInTheLogFile) {
   EXPECT_TRUE(ringHas("bare message|"));
 }
 
+void logThroughArguments(int32_t level, const char *function, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  ZBLogv(level, function, "Sources/v.cpp", 4, format, arguments);
+  va_end(arguments);
+}
+
+// Every writer takes the same line apart the same way: function, level word
+// and the formatted message.
+TEST_F(ZBLogTest, EachWriterFormatsItsArguments) {
+  static ZBLogSite site;
+  const struct {
+    void (*write)(const char *text);
+    const char *line;
+  } writers[] = {
+      {[](const char *text) { ZBLogS(ZBLogLevelWarning, &site, "viaS", "s.cpp", 1, "%s %d", text, 1); },
+       "viaS: WARNING: S-line 1\r\n"},
+      {[](const char *text) { ZBLogS(ZBLogLevelError, nullptr, "viaNoSite", "s.cpp", 2, "%s", text); },
+       "viaNoSite: ERROR: S-line\r\n"},
+      {[](const char *text) {
+         ZBLogSUnsafe(ZBLogLevelInfo, &site, "viaSUnsafe", "s.cpp", 3, "%s %x", text, 255u);
+       },
+       "viaSUnsafe: INFO: S-line ff\r\n"},
+      {[](const char *text) { ZBLogXUnsafe(ZBLogLevelDebug, "viaXUnsafe", "x.cpp", 4, "%s", text); },
+       "viaXUnsafe: DEBUG: S-line\r\n"},
+      {[](const char *text) { logThroughArguments(ZBLogLevelVerbose, "viaV", "%s %s", text, "v"); },
+       "viaV: VERBOSE: S-line v\r\n"},
+  };
+  for (const auto &writer : writers) {
+    writer.write("S-line");
+    EXPECT_TRUE(ringHas(writer.line)) << writer.line;
+  }
+}
+
 TEST_F(ZBLogTest, AFileThatCannotBeOpenedKeepsTheCurrentSink) {
   ZBLogSetFile("/no/such/directory/zb.log");
   EXPECT_TRUE(ringHas("][:1237] "));
@@ -306,6 +341,11 @@ TEST(ZBLogHooks, BugReportCallbackReceivesItsContext) {
   ZBCRSetTriggerBugReportCallback(nullptr);
   ZBLogNYICounter("anything", 1);
   ZBLogSetBackgroundColor(0xFF0000);
+}
+
+TEST(ZBLogDeathTest, AbortsEndTheProcessWithOrWithoutABacktrace) {
+  EXPECT_DEATH(ZBAbort(), "");
+  EXPECT_DEATH(ZBAbortWithBacktrace(), "Backtrace of thread");
 }
 
 TEST(ZBLogDeathTest, FatalLinesEndTheProcess) {

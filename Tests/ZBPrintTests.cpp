@@ -61,6 +61,14 @@ int fetchRange(ZBPrintModifierContext *context, void *userData) {
   return 0;
 }
 
+int emitFormatted(ZBPrintModifierContext *context, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int result = ZBPrintModifierContextEmitFormattedStringAndArguments(context, format, arguments);
+  va_end(arguments);
+  return result;
+}
+
 int renderRange(ZBPrintModifierContext *context, void *userData) {
   EXPECT_EQ(userData, reinterpret_cast<void *>(0x5EED));
   EXPECT_EQ(context->arguments, nullptr);
@@ -68,12 +76,13 @@ int renderRange(ZBPrintModifierContext *context, void *userData) {
   const char open[] = "<?";
   EXPECT_EQ(ZBPrintModifierContextEmitCharBuf(context, open, 1), open + 1);
   ZBPrintModifierContextEmitFormattedString(context, "%d..%d", range->low, range->high);
-  ZBPrintModifierContextEmitString(context, ">");
+  emitFormatted(context, "%c", '>');
   // Nothing written for empty input; the buffer comes back unchanged.
   EXPECT_EQ(ZBPrintModifierContextEmitCharBuf(context, open, 0), open);
   EXPECT_EQ(ZBPrintModifierContextEmitCharBuf(context, nullptr, 3), nullptr);
   EXPECT_EQ(ZBPrintModifierContextEmitString(context, ""), 0);
   EXPECT_EQ(ZBPrintModifierContextEmitFormattedString(context, nullptr), 0);
+  EXPECT_EQ(emitFormatted(context, nullptr), 0);
   delete range;
   return 0;
 }
@@ -88,6 +97,7 @@ TEST(ZBPrint, ClientConversionsFetchAndEmit) {
   ASSERT_TRUE(ZBPrintRegisterModifier('W', 2, nullptr, nullptr, nullptr));
   EXPECT_EQ(format("[%W]%d", 1, 2, 3), "[]3");
   EXPECT_EQ(ZBPrintModifierContextEmitString(nullptr, "x"), 0);
+  EXPECT_EQ(emitFormatted(nullptr, "%d", 1), 0);
   EXPECT_STREQ(ZBPrintGetNullString(), "(null)"); // what the built-ins print for null
 }
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -318,6 +319,22 @@ TEST(ZBCString, CopyAndConcatenateAreBoundedAndReportTheFullLength) {
   EXPECT_EQ(ZBCStringConcatenate(nullptr, "xy", 5), 7u);
 }
 
+char *narrowFromArguments(ZBZone *zone, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  char *text = ZBCStringCreateWithFormatAndArguments(zone, format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+ZBWChar *wideFromArguments(ZBZone *zone, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  ZBWChar *text = ZBWCStringCreateWithFormatAndArguments(zone, format, arguments);
+  va_end(arguments);
+  return text;
+}
+
 TEST(ZBString, FormatsWithTheLibrarysEngineInBothWidths) {
   EXPECT_EQ(take(ZBCStringCreateWithFormat(nullptr, "%d-%s-%zu", 42, "x", size_t(7))), "42-x-7");
   // Longer than any first guess of the engine's block.
@@ -330,6 +347,16 @@ TEST(ZBString, FormatsWithTheLibrarysEngineInBothWidths) {
   EXPECT_EQ(take(ZBWCStringCreateWithFormat(nullptr, "%s", "\xE9t\xE9")), (Units{0xE9, 't', 0xE9}));
   EXPECT_EQ(ZBWCStringCreateWithFormat(nullptr, "%s", "\x85"), nullptr);
   EXPECT_EQ(ZBWCStringCreateWithFormat(nullptr, nullptr), nullptr);
+
+  // The forms that take an argument list, in a zone of their own.
+  ZBZone *zone = ZBZoneCreate(0, 0, 0, 0, "formats");
+  ASSERT_NE(zone, nullptr);
+  EXPECT_EQ(take(narrowFromArguments(zone, "%2$s:%1$03d", 7, "n"), zone), "n:007");
+  EXPECT_EQ(narrowFromArguments(zone, nullptr), nullptr);
+  EXPECT_EQ(take(wideFromArguments(zone, "%s%d", "\xC3\xA9", 1), zone), (Units{0xE9, '1'}));
+  EXPECT_EQ(wideFromArguments(zone, "%s", "\x85"), nullptr);
+  EXPECT_EQ(wideFromArguments(zone, nullptr), nullptr);
+  ZBZoneDestroy(zone);
 }
 
 TEST(ZBString, ResultsLiveInTheNamedZone) {

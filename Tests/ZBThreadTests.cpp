@@ -233,6 +233,15 @@ TEST(ZBThreadTest, EqualityTreatsNoThreadAsItsOwnValue) {
   zbtest::onOtherThread([self] { EXPECT_FALSE(ZBThreadIsSelf(self)); });
 }
 
+// A yield gives the processor up without sleeping: two thousand of them
+// take well under the two seconds that as many one-millisecond sleeps would.
+TEST(ZBThreadTest, YieldGivesWayWithoutSleeping) {
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 2000; ++i)
+    ZBThreadYield();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1000));
+}
+
 TEST(ZBThreadTest, CallOnceRunsTheFunctionOnceWhileLateCallersWait) {
   static uint32_t once;
   static std::atomic<int> runs;

@@ -20,22 +20,44 @@
 
 namespace {
 
-// Formats through the growing sink and the fixed sink, which must agree.
+// Formats through the growing sink and the fixed sink, each in its plain
+// and its `x` form (whose extra argument is ignored); all four must agree.
 std::string format(const char *format, ...) {
-  va_list arguments, again;
+  va_list arguments;
   va_start(arguments, format);
-  va_copy(again, arguments);
-  char *grown = nullptr;
-  const int length = vqasprintf(&grown, format, arguments);
-  std::string result = grown != nullptr ? std::string(grown) : std::string("<null>");
-  qprffree(grown);
-  char fixed[4096];
-  const int fixedLength = vqsnprintf(fixed, sizeof fixed, format, again);
-  va_end(again);
+  struct Sink {
+    int (*grow)(char **, const char *, va_list);
+    int (*fill)(char *, int, const char *, va_list);
+  };
+  const Sink sinks[] = {
+      {vqasprintf, vqsnprintf},
+      {[](char **out, const char *f, va_list a) { return vqasprintfx(out, 0xFFFFFFFF, f, a); },
+       [](char *buffer, int size, const char *f, va_list a) {
+         return vqsnprintfx(buffer, size, 0xFFFFFFFF, f, a);
+       }},
+  };
+  std::string result = "<none>";
+  for (const Sink &sink : sinks) {
+    va_list grownArguments, fixedArguments;
+    va_copy(grownArguments, arguments);
+    va_copy(fixedArguments, arguments);
+    char *grown = nullptr;
+    const int length = sink.grow(&grown, format, grownArguments);
+    const std::string text = grown != nullptr ? std::string(grown) : std::string("<null>");
+    qprffree(grown);
+    char fixed[4096];
+    const int fixedLength = sink.fill(fixed, sizeof fixed, format, fixedArguments);
+    va_end(fixedArguments);
+    va_end(grownArguments);
+    EXPECT_EQ(length, static_cast<int>(text.size())) << format;
+    EXPECT_EQ(fixedLength, length) << format;
+    EXPECT_EQ(std::string(fixed), text) << format;
+    if (&sink != sinks) {
+      EXPECT_EQ(result, text) << format;
+    }
+    result = text;
+  }
   va_end(arguments);
-  EXPECT_EQ(length, static_cast<int>(result.size())) << format;
-  EXPECT_EQ(fixedLength, length) << format;
-  EXPECT_EQ(std::string(fixed), result) << format;
   return result;
 }
 
@@ -205,16 +227,34 @@ int streamFormat(FILE *stream, const char *format, ...) {
   return result;
 }
 
+int streamFormatX(FILE *stream, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int result = vqfprintfx(stream, 7, format, arguments);
+  va_end(arguments);
+  return result;
+}
+
 TEST(qprintf, StreamSink) {
-  FILE *stream = std::tmpfile();
-  ASSERT_NE(stream, nullptr);
-  EXPECT_EQ(streamFormat(stream, "%s %d\n%5.1f", "x", 12, 2.25), 10);
-  std::rewind(stream);
-  char contents[32] = {};
-  EXPECT_EQ(std::fread(contents, 1, sizeof contents - 1, stream), 10u);
-  EXPECT_STREQ(contents, "x 12\n  2.2");
-  std::fclose(stream);
-  EXPECT_EQ(streamFormat(nullptr, "abc"), -1);
+  for (auto write : {streamFormat, streamFormatX}) {
+    FILE *stream = std::tmpfile();
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(write(stream, "%s %d\n%5.1f", "x", 12, 2.25), 10);
+    std::rewind(stream);
+    char contents[32] = {};
+    EXPECT_EQ(std::fread(contents, 1, sizeof contents - 1, stream), 10u);
+    EXPECT_STREQ(contents, "x 12\n  2.2");
+    std::fclose(stream);
+    EXPECT_EQ(write(nullptr, "abc"), -1);
+  }
+}
+
+int printFormatX(const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int result = vqprintfx(3, format, arguments);
+  va_end(arguments);
+  return result;
 }
 
 // Catches the lines that standard output hands to the debugger output.
@@ -239,7 +279,7 @@ protected:
 TEST_F(DebuggerOutput, LinesAreDecodedAndBufferedPerThread) {
   EXPECT_EQ(qprintf("%s", "h\xC3\xA9llo "), 7);
   EXPECT_TRUE(sLines.empty()); // no newline yet: the line waits
-  EXPECT_EQ(qprintf("%d\n", 42), 3);
+  EXPECT_EQ(printFormatX("%d\n", 42), 3);
   ASSERT_EQ(sLines.size(), 1u);
   EXPECT_EQ(sLines[0], u"h\u00e9llo 42\n");
 
