@@ -2,8 +2,9 @@
 // alternately in one process, each measured over repeated runs after a
 // warm-up, and one line per pair is printed:
 //   name zenbor_ns raw_ns ratio
-// with the per-operation time of the fastest run (the median follows in
-// brackets). Ratios below the target mean Zenbor keeps up with the system.
+// with the per-operation time of the fastest run; the medians of the runs
+// and their ratio follow in brackets. Ratios below the target mean Zenbor
+// keeps up with the system.
 #pragma once
 
 #include <algorithm>
@@ -73,8 +74,9 @@ inline double compare(const char *name, ZenborBody zenbor, RawBody raw, Options 
   const Timing z = summarise(zenborRuns);
   const Timing r = summarise(rawRuns);
   const double ratio = r.minimum > 0 ? z.minimum / r.minimum : 0.0;
-  std::printf("%-44s %9.2f %9.2f %6.2f   [median %.2f vs %.2f]\n", name, z.minimum, r.minimum,
-              ratio, z.median, r.median);
+  const double medianRatio = r.median > 0 ? z.median / r.median : 0.0;
+  std::printf("%-44s %9.2f %9.2f %6.2f   [median %.2f vs %.2f, %.2f; %d runs]\n", name, z.minimum,
+              r.minimum, ratio, z.median, r.median, medianRatio, options.runs);
   std::fflush(stdout);
   return ratio;
 }

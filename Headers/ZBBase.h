@@ -24,6 +24,16 @@
 #  define ZB_EXPORT __attribute__((visibility("default")))
 #endif
 
+/* A few hot functions (thread keys, recursive mutexes, the non-decreasing
+   clock) have inline forms in their headers that callers outside the
+   library use on 64-bit Windows: a call such as ZBMutexAcquire(m) is served
+   without entering the library when it can be, while the function's name
+   without a call still gives the exported function. Define
+   ZB_NO_INLINE_FAST_PATHS to call the exported functions always. */
+#if defined(_WIN64) && !defined(ZENBOR_BUILDING) && !defined(ZB_NO_INLINE_FAST_PATHS)
+#  define ZB_INLINE_FAST_PATHS 1
+#endif
+
 #ifdef __cplusplus
 #  define ZB_EXTERN_C_BEGIN extern "C" {
 #  define ZB_EXTERN_C_END }

@@ -68,6 +68,43 @@ ZB_EXPORT ZBError ZBMutexDestroy(ZBMutex *mutex) ZB_NOEXCEPT;
 /* Undoes a Create; null is accepted. 0. */
 ZB_EXPORT ZBError ZBMutexFree(ZBMutex *mutex) ZB_NOEXCEPT;
 
+#if defined(_WIN32)
+/* The system calls under a recursive mutex, for the inline forms below;
+   private to the library. Null until the library has started. */
+typedef struct _ZBMutexSystemCalls {
+  int32_t (*tryEnter)(void *criticalSection); /* TryEnterCriticalSection */
+  void (*leave)(void *criticalSection);       /* LeaveCriticalSection */
+} _ZBMutexSystemCalls;
+
+ZB_EXPORT extern _ZBMutexSystemCalls _gZBMutexSystemCalls;
+#endif
+
+/* ZBMutexAcquire(mutex) and ZBMutexRelease(mutex) of a recursive mutex take
+   and give up its critical section inline when it is free, as the
+   exported functions would; everything else (a held lock, the other kind,
+   a null record) goes to the exported functions. */
+#if defined(ZB_INLINE_FAST_PATHS)
+static inline ZBError _ZBMutexAcquireInline(ZBMutex *mutex) {
+  int32_t (*tryEnter)(void *) = _gZBMutexSystemCalls.tryEnter;
+  if (ZB_LIKELY(mutex != NULL && mutex->recursive && tryEnter != NULL) &&
+      ZB_LIKELY(tryEnter(mutex->lockStorage) != 0))
+    return ZBErrorNone;
+  return ZBMutexAcquire(mutex);
+}
+
+static inline ZBError _ZBMutexReleaseInline(ZBMutex *mutex) {
+  void (*leave)(void *) = _gZBMutexSystemCalls.leave;
+  if (ZB_LIKELY(mutex != NULL && mutex->recursive && leave != NULL)) {
+    leave(mutex->lockStorage);
+    return ZBErrorNone;
+  }
+  return ZBMutexRelease(mutex);
+}
+
+#  define ZBMutexAcquire(mutex) _ZBMutexAcquireInline(mutex)
+#  define ZBMutexRelease(mutex) _ZBMutexReleaseInline(mutex)
+#endif
+
 /* ---- Reader/writer locks ---------------------------------------------- */
 
 /* Many readers or one writer; not recursive. Treat the fields as private. */

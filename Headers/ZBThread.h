@@ -162,6 +162,87 @@ ZB_EXPORT ZBError ZBThreadSetSpecific(ZBThreadKey key, const void *value) ZB_NOE
    value never set, or one set under a key since deleted. */
 ZB_EXPORT void *ZBThreadGetSpecific(ZBThreadKey key) ZB_NOEXCEPT;
 
+/* ---- Inline thread-key lookups ---------------------------------------- */
+
+/* What the inline forms of ZBThreadGetSpecific and ZBThreadSetSpecific
+   below read; private to the library, never written by callers. A thread's
+   values live in one table of 512 entries, found through the system's
+   per-thread slot `tableSlot`; an entry counts only while its generation
+   equals its key's current one in `generations`. */
+typedef struct _ZBThreadKeyEntry {
+  void *value;
+  uint32_t generation; /* the key's generation when the value was stored */
+} _ZBThreadKeyEntry;
+
+typedef struct _ZBThreadKeyState {
+  /* The thread-environment-block slot that holds the caller's table, or
+     UINT32_MAX when the inline forms must call the library. */
+  uint32_t tableSlot;
+  uint32_t generations[512]; /* odd while the key is in use */
+} _ZBThreadKeyState;
+
+/* The thread keys' shared state. */
+ZB_EXPORT extern _ZBThreadKeyState _gZBThreadKeyState;
+
+/* ZBThreadGetSpecific(key) and ZBThreadSetSpecific(key, value) are served
+   inline when the caller already has a table: one per-thread read, one
+   bounds check and one generation comparison, with no call into the
+   library. Everything else (no table yet, a key out of range) goes to the
+   exported functions, which use the same lookup. */
+#if defined(_WIN64) && (defined(__GNUC__) || defined(__clang__) || defined(_MSC_VER))
+#  define ZB_THREAD_KEY_INLINE_LOOKUP 1
+#  if defined(_MSC_VER) && !defined(__clang__)
+#    include <intrin.h>
+#  endif
+/* The caller's table, read from the thread environment block's TlsSlots
+   array (at 0x1480, addressed through gs); `slot` is below 64. */
+static inline _ZBThreadKeyEntry *_ZBThreadKeyCallerTable(uint32_t slot) {
+#  if defined(_MSC_VER) && !defined(__clang__)
+  return (_ZBThreadKeyEntry *)__readgsqword(0x1480 + 8 * slot);
+#  else
+  _ZBThreadKeyEntry *table;
+  __asm__ __volatile__("movq %%gs:0x1480(,%1,8), %0" : "=r"(table) : "r"((uint64_t)slot));
+  return table;
+#  endif
+}
+
+static inline uint32_t _ZBThreadKeyGeneration(uint32_t index) {
+  /* An acquire load is a plain load on x86-64. */
+  return *(volatile const uint32_t *)&_gZBThreadKeyState.generations[index];
+}
+
+/* The entry of `key` in the caller's table, or null: call the library. */
+static inline _ZBThreadKeyEntry *_ZBThreadKeyInlineEntry(ZBThreadKey key) {
+  const uint32_t index = (uint32_t)key - 251u;
+  const uint32_t slot = _gZBThreadKeyState.tableSlot;
+  if (ZB_UNLIKELY(index >= 512u || slot >= 64u))
+    return NULL;
+  _ZBThreadKeyEntry *table = _ZBThreadKeyCallerTable(slot);
+  return ZB_LIKELY(table != NULL) ? table + index : NULL;
+}
+
+static inline void *_ZBThreadGetSpecificInline(ZBThreadKey key) {
+  const _ZBThreadKeyEntry *entry = _ZBThreadKeyInlineEntry(key);
+  if (ZB_UNLIKELY(entry == NULL))
+    return ZBThreadGetSpecific(key);
+  return entry->generation == _ZBThreadKeyGeneration((uint32_t)key - 251u) ? entry->value : NULL;
+}
+
+static inline ZBError _ZBThreadSetSpecificInline(ZBThreadKey key, const void *value) {
+  _ZBThreadKeyEntry *entry = _ZBThreadKeyInlineEntry(key);
+  if (ZB_UNLIKELY(entry == NULL))
+    return ZBThreadSetSpecific(key, value);
+  entry->value = (void *)value;
+  entry->generation = _ZBThreadKeyGeneration((uint32_t)key - 251u);
+  return ZBErrorNone;
+}
+
+#  if defined(ZB_INLINE_FAST_PATHS)
+#    define ZBThreadGetSpecific(key) _ZBThreadGetSpecificInline(key)
+#    define ZBThreadSetSpecific(key, value) _ZBThreadSetSpecificInline((key), (value))
+#  endif
+#endif
+
 ZB_EXTERN_C_END
 
 #endif /* ZENBOR_ZBTHREAD_H */

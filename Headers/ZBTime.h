@@ -66,6 +66,60 @@ ZB_EXPORT void ZBHRSleep(int64_t nanoseconds) ZB_NOEXCEPT;
    never returns. */
 ZB_EXPORT void ZBSleep(double seconds) ZB_NOEXCEPT;
 
+#if defined(_WIN32)
+/* ---- Inline clock reads ----------------------------------------------- */
+
+/* What the inline forms of ZBHRTimeNonDecreasing and ZBHRTimeMonotonic
+   below use; private to the library, never written by callers. */
+typedef struct _ZBUnbiasedInterruptTimeReader {
+  /* The system's reader of the unbiased interrupt time in 100-ns ticks
+     (QueryUnbiasedInterruptTimePrecise where it works, else
+     QueryUnbiasedInterruptTime); never null. */
+  int32_t (*read)(uint64_t *ticks);
+} _ZBUnbiasedInterruptTimeReader;
+
+/* A strictly increasing clock's shared state: the last value handed out,
+   under a spin lock (0 free, 1 held) held for the compare-and-store only. */
+typedef struct _ZBStrictClock {
+  int32_t lock;
+  int64_t last;
+} _ZBStrictClock;
+
+ZB_EXPORT extern _ZBUnbiasedInterruptTimeReader _gZBUnbiasedInterruptTime;
+/* ZBHRTimeMonotonic's state. */
+ZB_EXPORT extern _ZBStrictClock _gZBMonotonicClock;
+#endif
+
+/* ZBHRTimeNonDecreasing() and ZBHRTimeMonotonic() read the system clock
+   through the library's chosen reader inline, and the monotonic one takes
+   its spin lock inline too (the contended wait is the library's), so each
+   costs the system read (and the one atomic exchange that a clock shared by
+   all threads needs) with no call into the library. */
+#if defined(ZB_INLINE_FAST_PATHS) && (defined(__GNUC__) || defined(__clang__))
+ZB_EXTERN_C_END
+#  include "ZBLock.h"
+ZB_EXTERN_C_BEGIN
+
+static inline int64_t _ZBHRTimeBootNanoseconds(void) {
+  uint64_t ticks; /* the reader cannot fail */
+  _gZBUnbiasedInterruptTime.read(&ticks);
+  return (int64_t)ticks * 100;
+}
+
+static inline int64_t _ZBHRTimeMonotonicInline(void) {
+  const int64_t now = _ZBHRTimeBootNanoseconds();
+  _ZBStrictClock *clock = &_gZBMonotonicClock;
+  ZBSpinLockAcquire(&clock->lock);
+  const int64_t result = clock->last < now ? now : clock->last + 1;
+  clock->last = result;
+  ZBSpinLockRelease(&clock->lock);
+  return result;
+}
+
+#  define ZBHRTimeNonDecreasing() _ZBHRTimeBootNanoseconds()
+#  define ZBHRTimeMonotonic() _ZBHRTimeMonotonicInline()
+#endif
+
 ZB_EXTERN_C_END
 
 #endif /* ZENBOR_ZBTIME_H */

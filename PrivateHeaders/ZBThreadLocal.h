@@ -5,6 +5,8 @@
 // so that its destructor runs at thread exit, is several times slower.
 #pragma once
 
+#include <cstdint>
+
 namespace zb::platform {
 
 // Makes the slot; false when the system has none left. Called once, at load.
@@ -12,5 +14,8 @@ bool createThreadTableSlot() noexcept;
 // The caller's pointer; null until set.
 void *threadTableSlot() noexcept;
 void setThreadTableSlot(void *table) noexcept;
+// The slot as the inline lookups of ZBThread.h address it, or UINT32_MAX
+// when they cannot (another platform, or a slot beyond their reach).
+uint32_t inlineThreadTableSlot() noexcept;
 
 } // namespace zb::platform

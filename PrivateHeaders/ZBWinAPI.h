@@ -4,18 +4,19 @@
 // Included by Sources/Win32 only.
 #pragma once
 
-#include <windows.h>
+#include "ZBTime.h"
 
-#include <atomic>
+#include <windows.h>
 
 namespace zb::winapi {
 
 using QueryUnbiasedInterruptTimeFunction = BOOL(WINAPI *)(PULONGLONG);
 
-// The reader of the unbiased interrupt time: QueryUnbiasedInterruptTimePrecise
-// where it can be called, else QueryUnbiasedInterruptTime. Until the time
-// module's start-up step has resolved it, a reader that calls the latter.
-extern std::atomic<QueryUnbiasedInterruptTimeFunction> gQueryUnbiasedInterruptTime;
+// The reader of the unbiased interrupt time is _gZBUnbiasedInterruptTime
+// (ZBTime.h, exported so that callers read the clock inline):
+// QueryUnbiasedInterruptTimePrecise where it can be called, else
+// QueryUnbiasedInterruptTime. Until the time module's start-up step has
+// resolved it, a reader that calls the latter.
 // Looks the reader up and stores it; returns what it stored.
 QueryUnbiasedInterruptTimeFunction resolveQueryUnbiasedInterruptTime() noexcept;
 
@@ -23,8 +24,8 @@ QueryUnbiasedInterruptTimeFunction resolveQueryUnbiasedInterruptTime() noexcept;
 // spent in system sleep. Always one indirect call: a branch between the two
 // readers measured slower than the call itself.
 inline ULONGLONG unbiasedInterruptTime() noexcept {
-  ULONGLONG ticks = 0;
-  gQueryUnbiasedInterruptTime.load(std::memory_order_relaxed)(&ticks);
+  uint64_t ticks = 0;
+  __atomic_load_n(&_gZBUnbiasedInterruptTime.read, __ATOMIC_RELAXED)(&ticks);
   return ticks;
 }
 

@@ -45,31 +45,56 @@ ZBError tryOnOtherThread(ZBMutex *mutex) {
   });
 }
 
-TEST(ZBMutex, EachKindKeepsOtherThreadsOut) {
-  for (const MutexKind &kind : kMutexKinds) {
-    SCOPED_TRACE(kind.name);
-    ZBMutex mutex;
-    ASSERT_TRUE(kind.init(&mutex));
-    ASSERT_EQ(0, ZBMutexAcquire(&mutex));
-    EXPECT_EQ(kind.holderTry, ZBMutexTryAcquire(&mutex));
-    if (kind.holderTry == ZBErrorNone) {
-      EXPECT_EQ(0, ZBMutexRelease(&mutex)); // the count went to 2
-    }
-    EXPECT_EQ(ZBErrorNotOwner, tryOnOtherThread(&mutex));
-    EXPECT_EQ(0, ZBMutexRelease(&mutex));
-    EXPECT_EQ(0, tryOnOtherThread(&mutex));
+// Callers' ZBMutexAcquire(m) and ZBMutexRelease(m) may be the header's
+// inline forms; the exported functions, reached through their addresses,
+// must agree with them on the same lock.
+struct MutexForm {
+  const char *name;
+  ZBError (*acquire)(ZBMutex *);
+  ZBError (*release)(ZBMutex *);
+};
+const MutexForm kMutexForms[] = {
+    {"as written", [](ZBMutex *m) { return ZBMutexAcquire(m); },
+     [](ZBMutex *m) { return ZBMutexRelease(m); }},
+    {"exported", &ZBMutexAcquire, &ZBMutexRelease},
+};
 
-    int64_t counter = 0;
-    onThreads(4, [&](int) {
-      for (int i = 0; i < 20000; ++i) {
-        ASSERT_EQ(0, ZBMutexAcquire(&mutex));
-        counter = counter + 1;
-        ASSERT_EQ(0, ZBMutexRelease(&mutex));
+TEST(ZBMutex, EachKindKeepsOtherThreadsOut) {
+#ifdef _WIN32
+  EXPECT_NE(nullptr, _gZBMutexSystemCalls.tryEnter);
+  EXPECT_NE(nullptr, _gZBMutexSystemCalls.leave);
+#endif
+  for (const MutexKind &kind : kMutexKinds) {
+    for (const MutexForm &form : kMutexForms) {
+      SCOPED_TRACE(std::string(kind.name) + ", " + form.name);
+      ZBMutex mutex;
+      ASSERT_TRUE(kind.init(&mutex));
+      ASSERT_EQ(0, form.acquire(&mutex));
+      EXPECT_EQ(kind.holderTry, ZBMutexTryAcquire(&mutex));
+      if (kind.holderTry == ZBErrorNone) {
+        EXPECT_EQ(ZBErrorNotOwner, tryOnOtherThread(&mutex));
+        EXPECT_EQ(0, form.release(&mutex)); // the count went to 2
       }
-    });
-    EXPECT_EQ(80000, counter);
-    EXPECT_EQ(0, ZBMutexDestroy(&mutex));
+      EXPECT_EQ(ZBErrorNotOwner, tryOnOtherThread(&mutex));
+      EXPECT_EQ(0, form.release(&mutex));
+      EXPECT_EQ(0, tryOnOtherThread(&mutex));
+
+      // Threads of both forms share the lock.
+      int64_t counter = 0;
+      onThreads(4, [&](int index) {
+        const MutexForm &own = kMutexForms[index % 2];
+        for (int i = 0; i < 20000; ++i) {
+          ASSERT_EQ(0, own.acquire(&mutex));
+          counter = counter + 1;
+          ASSERT_EQ(0, (index < 2 ? own : form).release(&mutex));
+        }
+      });
+      EXPECT_EQ(80000, counter);
+      EXPECT_EQ(0, ZBMutexDestroy(&mutex));
+    }
   }
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBMutexAcquire(nullptr));
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBMutexRelease(nullptr));
 }
 
 TEST(ZBMutex, UnacquiredReleaseIsCaughtOnRequestAndLoggedOnce) {

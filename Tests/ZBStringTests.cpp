@@ -319,18 +319,13 @@ TEST(ZBCString, CopyAndConcatenateAreBoundedAndReportTheFullLength) {
   EXPECT_EQ(ZBCStringConcatenate(nullptr, "xy", 5), 7u);
 }
 
-char *narrowFromArguments(ZBZone *zone, const char *format, ...) {
+// Formats through a creator that takes an argument list.
+template <typename Unit>
+Unit *fromArguments(Unit *(*create)(ZBZone *, const char *, va_list), ZBZone *zone,
+                    const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  char *text = ZBCStringCreateWithFormatAndArguments(zone, format, arguments);
-  va_end(arguments);
-  return text;
-}
-
-ZBWChar *wideFromArguments(ZBZone *zone, const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  ZBWChar *text = ZBWCStringCreateWithFormatAndArguments(zone, format, arguments);
+  Unit *text = create(zone, format, arguments);
   va_end(arguments);
   return text;
 }
@@ -351,11 +346,13 @@ TEST(ZBString, FormatsWithTheLibrarysEngineInBothWidths) {
   // The forms that take an argument list, in a zone of their own.
   ZBZone *zone = ZBZoneCreate(0, 0, 0, 0, "formats");
   ASSERT_NE(zone, nullptr);
-  EXPECT_EQ(take(narrowFromArguments(zone, "%2$s:%1$03d", 7, "n"), zone), "n:007");
-  EXPECT_EQ(narrowFromArguments(zone, nullptr), nullptr);
-  EXPECT_EQ(take(wideFromArguments(zone, "%s%d", "\xC3\xA9", 1), zone), (Units{0xE9, '1'}));
-  EXPECT_EQ(wideFromArguments(zone, "%s", "\x85"), nullptr);
-  EXPECT_EQ(wideFromArguments(zone, nullptr), nullptr);
+  const auto createNarrow = ZBCStringCreateWithFormatAndArguments;
+  const auto createWide = ZBWCStringCreateWithFormatAndArguments;
+  EXPECT_EQ(take(fromArguments(createNarrow, zone, "%2$s:%1$03d", 7, "n"), zone), "n:007");
+  EXPECT_EQ(fromArguments(createNarrow, zone, nullptr), nullptr);
+  EXPECT_EQ(take(fromArguments(createWide, zone, "%s%d", "\xC3\xA9", 1), zone), (Units{0xE9, '1'}));
+  EXPECT_EQ(fromArguments(createWide, zone, "%s", "\x85"), nullptr);
+  EXPECT_EQ(fromArguments(createWide, zone, nullptr), nullptr);
   ZBZoneDestroy(zone);
 }
 

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <climits>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -59,6 +60,48 @@ TEST(ZBThreadKeyTest, AllKeysCanBeTakenAndTheLowestFreeSlotIsReused) {
   EXPECT_EQ(late, ZBThreadKeyCreate(nullptr));
   for (ZBThreadKey key : keys)
     EXPECT_EQ(0, ZBThreadKeyDelete(key));
+}
+
+// Callers' ZBThreadGetSpecific(key) and ZBThreadSetSpecific(key, value) may
+// be the header's inline forms; the exported functions, reached through
+// their addresses, must see the same values, on a thread that has no table
+// yet (its first call makes it) as on one that has.
+TEST(ZBThreadKeyTest, InlineAndExportedFormsShareValues) {
+#ifdef ZB_THREAD_KEY_INLINE_LOOKUP
+  EXPECT_LT(_gZBThreadKeyState.tableSlot, 64u) << "the inline lookups are in use";
+#endif
+  using Get = void *(*)(ZBThreadKey);
+  using Set = ZBError (*)(ZBThreadKey, const void *);
+  const Get inlineGet = [](ZBThreadKey key) { return ZBThreadGetSpecific(key); };
+  const Set inlineSet = [](ZBThreadKey key, const void *value) { return ZBThreadSetSpecific(key, value); };
+  const struct {
+    Set set;
+    Get get;
+  } rows[] = {{inlineSet, &ZBThreadGetSpecific},
+              {&ZBThreadSetSpecific, inlineGet},
+              {inlineSet, inlineGet},
+              {&ZBThreadSetSpecific, &ZBThreadGetSpecific}};
+  const ZBThreadKey key = ZBThreadKeyCreate(nullptr);
+  ASSERT_NE(-1, key);
+  const uint32_t index = static_cast<uint32_t>(key - kFirstKey);
+  EXPECT_EQ(1u, _gZBThreadKeyState.generations[index] % 2) << "odd while in use";
+  for (size_t row = 0; row < std::size(rows); ++row) {
+    SCOPED_TRACE(row);
+    const auto &form = rows[row];
+    auto check = [&form, key, row] {
+      EXPECT_EQ(0, form.set(key, &marker[row]));
+      EXPECT_EQ(&marker[row], form.get(key));
+      EXPECT_EQ(nullptr, form.get(kFirstKey - 1));
+      EXPECT_EQ(nullptr, form.get(kLastKey + 1));
+      EXPECT_EQ(ZBErrorInvalidHandle, form.set(kLastKey + 1, &marker[row]));
+    };
+    onOtherThread(check);
+    check();
+  }
+  EXPECT_EQ(0, ZBThreadKeyDelete(key));
+  EXPECT_EQ(0u, _gZBThreadKeyState.generations[index] % 2) << "even once deleted";
+  for (const auto &form : rows)
+    EXPECT_EQ(nullptr, form.get(key));
 }
 
 TEST(ZBThreadKeyTest, ValuesOutsideTheKeyRangeAreRefused) {

@@ -115,6 +115,16 @@ void expectDistinctAcrossThreads(int64_t (*clock)()) {
 TEST(ZBTimeClocks, StrictlyIncreasingClocksNeverRepeatAcrossThreads) {
   expectDistinctAcrossThreads([] { return ZBHRTimeUnix(); });
   expectDistinctAcrossThreads([] { return ZBHRTimeMonotonic(); });
+  // Callers' ZBHRTimeMonotonic() may be the header's inline form; calls of
+  // both forms, in turns, share one sequence.
+  expectDistinctAcrossThreads([] {
+    static thread_local int turn;
+    int64_t (*volatile exported)(void) = &ZBHRTimeMonotonic;
+    return ++turn % 2 ? ZBHRTimeMonotonic() : exported();
+  });
+  const int64_t last = ZBHRTimeMonotonic();
+  EXPECT_EQ(last, _gZBMonotonicClock.last) << "the shared state is the exported one";
+  EXPECT_EQ(0, _gZBMonotonicClock.lock);
 }
 
 TEST(ZBTimeClocks, UnixClocksShareOneSequenceAndFollowTheSystemClock) {
@@ -131,12 +141,15 @@ TEST(ZBTimeClocks, BootClocksReadTheUnbiasedInterruptTime) {
   ULONGLONG rawBefore = 0, rawAfter = 0;
   QueryUnbiasedInterruptTime(&rawBefore);
   const int64_t plain = ZBHRTimeNonDecreasing();
+  int64_t (*volatile exportedPlain)(void) = &ZBHRTimeNonDecreasing;
+  const int64_t plainExported = exportedPlain();
   const int64_t approx = ZBHRTimeNonDecreasingApprox();
   const int64_t monotonic = ZBHRTimeMonotonic();
   QueryUnbiasedInterruptTime(&rawAfter);
+  EXPECT_LE(plain, plainExported);
   // The precise reader may run ahead of the coarse one by a tick period.
   const int64_t slack = 100 * kMillisecond;
-  for (int64_t value : {plain, approx, monotonic}) {
+  for (int64_t value : {plain, plainExported, approx, monotonic}) {
     EXPECT_GE(value, static_cast<int64_t>(rawBefore) * 100);
     EXPECT_LE(value, static_cast<int64_t>(rawAfter) * 100 + slack);
   }
@@ -153,6 +166,9 @@ TEST(ZBTimeClocks, UnderWineTheCoarseReaderIsChosen) {
   if (GetProcAddress(ntdll, "wine_get_version") == nullptr)
     GTEST_SKIP() << "not running under Wine";
   EXPECT_EQ(&QueryUnbiasedInterruptTime, zb::winapi::resolveQueryUnbiasedInterruptTime());
+  EXPECT_EQ(reinterpret_cast<void (*)()>(&QueryUnbiasedInterruptTime),
+            reinterpret_cast<void (*)()>(_gZBUnbiasedInterruptTime.read))
+      << "the inline reads call the reader chosen";
 }
 
 TEST(ZBTimeClocks, PrecisionsAfterStartUpAndTheContinuousStub) {

@@ -9,7 +9,9 @@
 // without visiting them, and a reused slot never shows its previous owner's
 // values. The thread's table hangs under a POSIX-threads key, whose
 // destructor runs the key destructors at thread exit, and is reached on the
-// hot path through the platform's fastest per-thread slot.
+// hot path through the platform's fastest per-thread slot. The generations
+// and that slot are exported (ZBThread.h), so that callers on Windows read
+// their values inline, without a call; the functions here serve the rest.
 #include "ZBThread.h"
 
 #include "ZBAlloc.h"
@@ -19,6 +21,7 @@
 #include "ZBThreadLocal.h"
 #include "ZBThreadPrivate.h"
 
+#include <cstdint>
 #include <pthread.h>
 
 namespace {
@@ -28,15 +31,9 @@ constexpr ZBThreadKey kFirstKey = 251;
 // Destructors that store new values get this many passes at thread exit.
 constexpr int kDestructorPasses = 4;
 
-struct Slot {
-  ZBThreadKeyDestructor destructor;
-  uint32_t generation; // odd while the key is in use
-};
-
-struct Entry {
-  void *value;
-  uint32_t generation; // the slot's generation when the value was stored
-};
+using Entry = _ZBThreadKeyEntry;
+static_assert(sizeof(_gZBThreadKeyState.generations) / sizeof(uint32_t) == kSlotCount,
+              "one generation per slot");
 
 // One flat block per thread. With 64-bit values an entry takes 16 bytes,
 // so the 512 entries make 8192 bytes (4096 with the 32-bit values the
@@ -47,8 +44,9 @@ struct ThreadTable {
 static_assert(sizeof(ThreadTable) == kSlotCount * 2 * sizeof(void *),
               "a thread's table is one flat array of {value, generation}");
 
-// Both start zeroed, as statics: every slot free, the lock open.
-Slot sSlots[kSlotCount];
+// Both start zeroed, as statics: every slot free, the lock open. Each
+// slot's generation is in _gZBThreadKeyState.
+ZBThreadKeyDestructor sDestructors[kSlotCount];
 ZBSpinLock sSlotsLock;
 // Holds each thread's table so that its destructor runs at thread exit.
 pthread_key_t sTableKey;
@@ -59,14 +57,16 @@ uint32_t slotIndex(ZBThreadKey key) {
   return index < kSlotCount ? index : kSlotCount;
 }
 
+uint32_t *generation(uint32_t index) { return &_gZBThreadKeyState.generations[index]; }
+
 uint32_t currentGeneration(uint32_t index) {
-  return __atomic_load_n(&sSlots[index].generation, __ATOMIC_ACQUIRE);
+  return __atomic_load_n(generation(index), __ATOMIC_ACQUIRE);
 }
 
 // Moves a slot between free and in use. Callers hold the lock; readers of
 // the generation do not take it.
 void advanceGeneration(uint32_t index) {
-  __atomic_fetch_add(&sSlots[index].generation, 1, __ATOMIC_RELEASE);
+  __atomic_fetch_add(generation(index), 1, __ATOMIC_RELEASE);
 }
 
 __attribute__((noinline)) ThreadTable *createTable() {
@@ -82,9 +82,20 @@ __attribute__((noinline)) ThreadTable *createTable() {
   return table;
 }
 
+// The caller's table as it stands: through the header's lookup where there
+// is one (no call), else through the platform's slot.
+inline ThreadTable *existingCallerTable() {
+#ifdef ZB_THREAD_KEY_INLINE_LOOKUP
+  const uint32_t slot = _gZBThreadKeyState.tableSlot;
+  if (ZB_LIKELY(slot < 64))
+    return reinterpret_cast<ThreadTable *>(_ZBThreadKeyCallerTable(slot));
+#endif
+  return static_cast<ThreadTable *>(zb::platform::threadTableSlot());
+}
+
 // The caller's table, made on first use; null when it cannot be made.
 inline ThreadTable *callerTable() {
-  auto *table = static_cast<ThreadTable *>(zb::platform::threadTableSlot());
+  ThreadTable *table = existingCallerTable();
   return ZB_LIKELY(table != nullptr) ? table : createTable();
 }
 
@@ -105,7 +116,7 @@ void destroyTable(void *block) {
           continue;
         value = entry.value;
         entry.value = nullptr;
-        destructor = sSlots[index].destructor;
+        destructor = sDestructors[index];
       }
       if (destructor != nullptr)
         destructor(value);
@@ -119,6 +130,9 @@ void destroyTable(void *block) {
 
 } // namespace
 
+// No inline lookups until the start-up step has made the slot.
+_ZBThreadKeyState _gZBThreadKeyState = {UINT32_MAX, {}};
+
 void _ZBThreadKeyStartup() noexcept {
   static bool started = false;
   if (started)
@@ -128,16 +142,17 @@ void _ZBThreadKeyStartup() noexcept {
       !zb::platform::createThreadTableSlot())
     ZBLogFatalAssertion("__ZBThreadKeyInit", __FILE__, __LINE__, nullptr,
                         "no thread-specific slot left for the thread-key tables");
+  _gZBThreadKeyState.tableSlot = zb::platform::inlineThreadTableSlot();
 }
 
 extern "C" ZBThreadKey ZBThreadKeyCreate(ZBThreadKeyDestructor destructor) noexcept {
   {
     zb::ScopedLock lock(&sSlotsLock);
     for (uint32_t index = 0; index < kSlotCount; ++index) {
-      if (sSlots[index].generation % 2 != 0)
+      if (*generation(index) % 2 != 0)
         continue;
       advanceGeneration(index);
-      sSlots[index].destructor = destructor;
+      sDestructors[index] = destructor;
       return static_cast<ZBThreadKey>(index) + kFirstKey;
     }
   }
@@ -150,14 +165,15 @@ extern "C" ZBError ZBThreadKeyDelete(ZBThreadKey key) noexcept {
   if (index == kSlotCount)
     return ZBErrorInvalidHandle;
   zb::ScopedLock lock(&sSlotsLock);
-  if (sSlots[index].generation % 2 == 0)
+  if (*generation(index) % 2 == 0)
     return ZBErrorInvalidHandle;
   advanceGeneration(index);
-  sSlots[index].destructor = nullptr;
+  sDestructors[index] = nullptr;
   return ZBErrorNone;
 }
 
-extern "C" ZBError ZBThreadSetSpecific(ZBThreadKey key, const void *value) noexcept {
+// The parentheses keep the header's inline forms from replacing the names.
+extern "C" ZBError(ZBThreadSetSpecific)(ZBThreadKey key, const void *value) noexcept {
   const uint32_t index = slotIndex(key);
   if (index == kSlotCount)
     return ZBErrorInvalidHandle;
@@ -168,7 +184,7 @@ extern "C" ZBError ZBThreadSetSpecific(ZBThreadKey key, const void *value) noexc
   return ZBErrorNone;
 }
 
-extern "C" void *ZBThreadGetSpecific(ZBThreadKey key) noexcept {
+extern "C" void *(ZBThreadGetSpecific)(ZBThreadKey key) noexcept {
   const uint32_t index = slotIndex(key);
   if (ZB_UNLIKELY(index == kSlotCount))
     return nullptr;

@@ -15,4 +15,7 @@ void *threadTableSlot() noexcept { return tTable; }
 
 void setThreadTableSlot(void *table) noexcept { tTable = table; }
 
+// The inline lookups exist on Windows only.
+uint32_t inlineThreadTableSlot() noexcept { return UINT32_MAX; }
+
 } // namespace zb::platform

@@ -1,12 +1,22 @@
 // The system lock under a ZBMutex on Windows: the recursive kind is a
 // critical section (owner tracked, spins 4 times before sleeping in the
 // kernel), the non-recursive kind a slim reader/writer lock held
-// exclusively (neither recursive nor owner tracked).
+// exclusively (neither recursive nor owner tracked). The two calls of the
+// recursive kind's uncontended path are exported as pointers, which
+// ZBLock.h's inline forms call directly.
 #include "ZBMutexBackend.h"
 
 #include "ZBMutexStorage.h"
 
 #include <windows.h>
+
+// Calling through these pointers is calling the functions themselves: on
+// x64 Windows a pointer parameter and a BOOL result pass alike whatever
+// their declared types.
+_ZBMutexSystemCalls _gZBMutexSystemCalls = {
+    reinterpret_cast<int32_t (*)(void *)>(reinterpret_cast<void (*)()>(&TryEnterCriticalSection)),
+    reinterpret_cast<void (*)(void *)>(reinterpret_cast<void (*)()>(&LeaveCriticalSection)),
+};
 
 namespace zb::mutex {
 

@@ -7,6 +7,9 @@
 #include <windows.h>
 #include <winternl.h>
 
+#include <cstddef>
+#include <cstdint>
+
 namespace zb::platform {
 namespace {
 
@@ -33,5 +36,12 @@ void *threadTableSlot() noexcept {
 #pragma GCC diagnostic pop
 
 void setThreadTableSlot(void *table) noexcept { TlsSetValue(sSlot, table); }
+
+// The header reads the TEB's TlsSlots at the offset x64 Windows gives them.
+static_assert(offsetof(TEB, TlsSlots) == 0x1480, "the inline lookups' TLS array");
+
+uint32_t inlineThreadTableSlot() noexcept {
+  return sSlot < TLS_MINIMUM_AVAILABLE ? sSlot : UINT32_MAX;
+}
 
 } // namespace zb::platform

@@ -24,16 +24,14 @@ using namespace zb::time;
 
 static_assert(kInfiniteMilliseconds == INFINITE, "the library's endless wait is the system's");
 
-// One clock's shared state, on a cache line of its own so that readers of
-// one clock do not slow down readers of another.
-struct alignas(64) ClockState {
-  ZBSpinLock lock;
-  int64_t last;
-};
+// One clock's shared state, each on a cache line of its own so that readers
+// of one clock do not slow down readers of another. The monotonic clock's
+// is exported (ZBTime.h), so that callers take its lock inline.
+using ClockState = _ZBStrictClock;
 
-ClockState sUnixClock;       // ZBHRTimeUnix and ZBTimeUnix
-ClockState sMonotonicClock;  // ZBHRTimeMonotonic
-ClockState sApproxClock;     // ZBHRTimeNonDecreasingApprox
+alignas(64) ClockState sUnixClock;   // ZBHRTimeUnix and ZBTimeUnix
+ClockState &sMonotonicClock = _gZBMonotonicClock; // ZBHRTimeMonotonic
+alignas(64) ClockState sApproxClock; // ZBHRTimeNonDecreasingApprox
 ZBSpinLock sContinuousLock;  // the continuous family; guards no value
 
 // Set by the start-up step; until then the getters report 0 ("unknown").
@@ -93,6 +91,8 @@ int64_t cpuNanoseconds(const FILETIME &kernel, const FILETIME &user) {
 
 } // namespace
 
+alignas(64) _ZBStrictClock _gZBMonotonicClock;
+
 void _ZBTimeStartup() noexcept {
   zb::winapi::resolveQueryUnbiasedInterruptTime();
   sMonotonicFrequencyKnown.store(true, std::memory_order_relaxed);
@@ -105,11 +105,12 @@ extern "C" double ZBTimeUnix(void) noexcept {
   return static_cast<double>(nextUnixTime()) / 1e9;
 }
 
-extern "C" int64_t ZBHRTimeMonotonic(void) noexcept {
+// The parentheses keep the header's inline forms from replacing the names.
+extern "C" int64_t(ZBHRTimeMonotonic)(void) noexcept {
   return nextStrictlyIncreasing(sMonotonicClock, bootNanoseconds());
 }
 
-extern "C" int64_t ZBHRTimeNonDecreasing(void) noexcept { return bootNanoseconds(); }
+extern "C" int64_t(ZBHRTimeNonDecreasing)(void) noexcept { return bootNanoseconds(); }
 
 extern "C" int64_t ZBHRTimeNonDecreasingApprox(void) noexcept {
   return nextNonDecreasing(sApproxClock, bootNanoseconds());

@@ -27,14 +27,11 @@ FARPROC kernelFunction(const char *name) noexcept {
 
 // The reader before resolution. A function of this library, so that the
 // pointer below is initialised at link time, before any code runs.
-BOOL WINAPI queryUnbiasedInterruptTimeUnresolved(PULONGLONG ticks) {
+int32_t queryUnbiasedInterruptTimeUnresolved(uint64_t *ticks) {
   return QueryUnbiasedInterruptTime(ticks);
 }
 
 } // namespace
-
-std::atomic<QueryUnbiasedInterruptTimeFunction> gQueryUnbiasedInterruptTime{
-    queryUnbiasedInterruptTimeUnresolved};
 
 QueryUnbiasedInterruptTimeFunction resolveQueryUnbiasedInterruptTime() noexcept {
   QueryUnbiasedInterruptTimeFunction reader = nullptr;
@@ -43,8 +40,16 @@ QueryUnbiasedInterruptTimeFunction resolveQueryUnbiasedInterruptTime() noexcept 
         reinterpret_cast<void (*)()>(kernelFunction("QueryUnbiasedInterruptTimePrecise")));
   if (reader == nullptr)
     reader = &QueryUnbiasedInterruptTime;
-  gQueryUnbiasedInterruptTime.store(reader, std::memory_order_relaxed);
+  // The types differ only in name: BOOL is int32_t and ULONGLONG uint64_t.
+  __atomic_store_n(&_gZBUnbiasedInterruptTime.read,
+                   reinterpret_cast<int32_t (*)(uint64_t *)>(reinterpret_cast<void (*)()>(reader)),
+                   __ATOMIC_RELAXED);
   return reader;
 }
 
 } // namespace zb::winapi
+
+static_assert(sizeof(BOOL) == sizeof(int32_t) && sizeof(ULONGLONG) == sizeof(uint64_t),
+              "the reader's types as ZBTime.h declares them");
+_ZBUnbiasedInterruptTimeReader _gZBUnbiasedInterruptTime = {
+    zb::winapi::queryUnbiasedInterruptTimeUnresolved};
