@@ -76,6 +76,7 @@ typedef struct _ZBMutexSystemCalls {
   void (*leave)(void *criticalSection);       /* LeaveCriticalSection */
 } _ZBMutexSystemCalls;
 
+/** The recursive mutex's system calls, called by the inline forms below. */
 ZB_EXPORT extern _ZBMutexSystemCalls _gZBMutexSystemCalls;
 #endif
 

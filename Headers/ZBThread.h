@@ -181,7 +181,7 @@ typedef struct _ZBThreadKeyState {
   uint32_t generations[512]; /* odd while the key is in use */
 } _ZBThreadKeyState;
 
-/* The thread keys' shared state. */
+/** The thread keys' shared state, read by the inline lookups below. */
 ZB_EXPORT extern _ZBThreadKeyState _gZBThreadKeyState;
 
 /* ZBThreadGetSpecific(key) and ZBThreadSetSpecific(key, value) are served

@@ -85,8 +85,9 @@ typedef struct _ZBStrictClock {
   int64_t last;
 } _ZBStrictClock;
 
+/** The boot clocks' reader, called by the inline forms below. */
 ZB_EXPORT extern _ZBUnbiasedInterruptTimeReader _gZBUnbiasedInterruptTime;
-/* ZBHRTimeMonotonic's state. */
+/** ZBHRTimeMonotonic's shared state, taken by its inline form below. */
 ZB_EXPORT extern _ZBStrictClock _gZBMonotonicClock;
 #endif
 
