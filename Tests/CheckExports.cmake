@@ -2,39 +2,12 @@
 # of the public headers, and imports system DLLs only (the C++ runtime and
 # winpthreads are linked in).
 #   cmake -DDLL=... -DHEADERS=... -DOBJDUMP=... -P CheckExports.cmake
-execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE status)
-if(NOT status EQUAL 0)
-  message(FATAL_ERROR "${OBJDUMP} -p ${DLL} failed")
-endif()
-
-# Declared: the identifier that ends the text between ZB_EXPORT and the
-# first "(" or ";" of each declaration.
-set(declared "")
-file(GLOB headers ${HEADERS}/*.h)
-foreach(header ${headers})
-  file(READ ${header} text)
-  string(REGEX REPLACE "#[^\n]*" "" text "${text}")
-  string(REGEX MATCHALL "ZB_EXPORT[^(;]*" declarations "${text}")
-  foreach(declaration ${declarations})
-    string(REGEX MATCH "[A-Za-z_][A-Za-z0-9_]*[ \t\n]*$" name "${declaration}")
-    string(STRIP "${name}" name)
-    list(APPEND declared ${name})
-  endforeach()
-endforeach()
+include(${CMAKE_CURRENT_LIST_DIR}/../cmake/ZenborExports.cmake)
+zb_read_exported_names(${HEADERS} functions variables)
+set(declared ${functions} ${variables})
 list(SORT declared)
-list(REMOVE_DUPLICATES declared)
-
-string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(.*)" table "${dump}")
-# The table ends at the first empty line.
-string(FIND "${CMAKE_MATCH_1}" "\n\n" tableEnd)
-string(SUBSTRING "${CMAKE_MATCH_1}" 0 ${tableEnd} table)
-string(REGEX MATCHALL "\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_]*" rows "${table}")
-set(exported "")
-foreach(row ${rows})
-  string(REGEX REPLACE ".*\\] " "" name "${row}")
-  list(APPEND exported ${name})
-endforeach()
-list(SORT exported)
+zb_read_dll_exports(${OBJDUMP} ${DLL} exported)
+set(dump "${exported_DUMP}")
 
 set(missing ${declared})
 list(REMOVE_ITEM missing ${exported})
