@@ -19,7 +19,8 @@ struct FormatterFree {
 
 void *work(void *argument) {
   auto *result = static_cast<std::string *>(argument);
-  std::unique_ptr<char, LibraryFree> name(ZBCStringCreateWithFormat(nullptr, "%s", ZBThreadGetName(0)));
+  std::unique_ptr<char, LibraryFree> name(
+      ZBCStringCreateWithFormat(nullptr, "%s", ZBThreadGetName(0)));
   *result = name ? name.get() : "(none)";
   return argument;
 }
@@ -37,7 +38,8 @@ int main() {
     return 1;
   std::printf("qasprintf: %s (%d)\n", text.get(), length);
 
-  std::unique_ptr<ZBWChar, LibraryFree> wide(ZBWCStringCreateWithFormat(nullptr, "%s-%d", "wide", 16));
+  std::unique_ptr<ZBWChar, LibraryFree> wide(
+      ZBWCStringCreateWithFormat(nullptr, "%s-%d", "wide", 16));
   std::unique_ptr<char, LibraryFree> narrow(wide ? ZBCStringDuplicateWCString(nullptr, wide.get())
                                                  : nullptr);
   if (!narrow)
@@ -45,7 +47,8 @@ int main() {
   std::printf("ZBWCStringCreateWithFormat: %s\n", narrow.get());
 
   std::string threadName;
-  ZBThread thread = ZBThreadCreate("consumer-worker", work, &threadName, ZBThreadPriorityDefault, 0, 0);
+  ZBThread thread =
+      ZBThreadCreate("consumer-worker", work, &threadName, ZBThreadPriorityDefault, 0, 0);
   void *joined = nullptr;
   if (thread == 0 || ZBThreadJoin(thread, &joined) != ZBErrorNone || joined != &threadName)
     return 3;
