@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * Zenbor.h: the whole interface of the Zenbor portability runtime.
  */
 #ifndef ZENBOR_ZENBOR_H

@@ -9,8 +9,11 @@ function(zb_read_exported_names headersDir functionsVar variablesVar)
   file(GLOB headers ${headersDir}/*.h)
   foreach(header ${headers})
     file(READ ${header} text)
+    # Comments and preprocessor lines may mention ZB_EXPORT; declarations
+    # begin their line with it.
+    string(REGEX REPLACE "/\\*([^*]|\\*+[^*/])*\\*+/" "" text "${text}")
     string(REGEX REPLACE "#[^\n]*" "" text "${text}")
-    string(REGEX MATCHALL "ZB_EXPORT[^(;]*" declarations "${text}")
+    string(REGEX MATCHALL "\nZB_EXPORT[^(;]*" declarations "${text}")
     foreach(declaration ${declarations})
       string(REGEX MATCH "[A-Za-z_][A-Za-z0-9_]*[ \t\n]*$" name "${declaration}")
       string(STRIP "${name}" name)
