@@ -20,7 +20,7 @@ typedef void (*ZBInitializerFunction)(void);
 
 /** One registered start-up function; the library keeps it. */
 typedef struct ZBInitializerRecord {
-  ZBInitializerFunction function; /**< what to run */
+  ZBInitializerFunction function;   /**< what to run */
   struct ZBInitializerRecord *next; /**< the next record of the same priority */
   const char *name;                 /**< for diagnostics */
 } ZBInitializerRecord;
