@@ -156,24 +156,34 @@ foreach(build with-cmake with-pkg-config)
   endforeach()
 endforeach()
 
-# The Microsoft toolchain: clang in its MSVC mode and lld-link, which reads
-# what link.exe reads, link zenbor.lib.
-find_program(CLANG clang)
-find_program(LLD_LINK lld-link)
-if(NOT CLANG OR NOT LLD_LINK)
-  message(STATUS "clang or lld-link is absent: zenbor.lib is not linked with a Microsoft-style linker")
+# The Microsoft toolchain: clang-cl and lld-link (which reads what link.exe
+# reads), through find_package, which has to hand them zenbor.lib.
+find_program(CLANG_CL NAMES clang-cl clang-cl-14 PATHS /usr/lib/llvm-14/bin)
+find_program(LLD_LINK NAMES lld-link PATHS /usr/lib/llvm-14/bin)
+find_program(TRUE_COMMAND true)
+if(NOT CLANG_CL OR NOT LLD_LINK OR NOT TRUE_COMMAND)
+  message(STATUS "clang-cl or lld-link is absent: zenbor.lib is not linked with a Microsoft-style linker")
 else()
-  file(MAKE_DIRECTORY ${root}/with-lld-link)
-  set(exe ${root}/with-lld-link/msvc-consumer.exe)
-  run(${CLANG} --target=x86_64-pc-windows-msvc -ffreestanding -Wall -Werror -I${sdk}/include
-      -c ${root}/consumers/msvc-consumer.c -o ${root}/with-lld-link/msvc-consumer.obj)
-  run(${LLD_LINK} /nologo /entry:start /subsystem:console /nodefaultlib
-      ${root}/with-lld-link/msvc-consumer.obj ${sdk}/lib/zenbor.lib /out:${exe})
-  execute_process(COMMAND wine ${exe} RESULT_VARIABLE status WORKING_DIRECTORY ${root})
+  set(build ${root}/with-microsoft-linker)
+  run(${CMAKE_COMMAND} -S ${root}/consumers/Microsoft -B ${build} -DCMAKE_BUILD_TYPE=Release
+      -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_C_COMPILER=${CLANG_CL} -DCMAKE_LINKER=${LLD_LINK}
+      -DCMAKE_C_COMPILER_TARGET=x86_64-pc-windows-msvc
+      # No Microsoft SDK here: no C runtime, system libraries, manifest or
+      # resource tools; the program needs none of them.
+      -DCMAKE_C_COMPILER_WORKS=ON "-DCMAKE_C_FLAGS=/X -ffreestanding" -DCMAKE_C_STANDARD_LIBRARIES=
+      -DCMAKE_MT=${TRUE_COMMAND} -DCMAKE_RC_COMPILER=${TRUE_COMMAND}
+      -DCMAKE_PREFIX_PATH=${sdk} -DCMAKE_FIND_PACKAGE_NO_PACKAGE_REGISTRY=ON)
+  run(${CMAKE_COMMAND} --build ${build})
+  file(READ ${build}/CMakeFiles/consumer-msvc.dir/link.txt linkCommand)
+  if(NOT linkCommand MATCHES "${sdkPattern}/lib/zenbor\\.lib")
+    fail("the Microsoft toolchain was not given zenbor.lib: ${linkCommand}")
+  endif()
+  execute_process(COMMAND wine ${build}/consumer-msvc.exe RESULT_VARIABLE status
+                  WORKING_DIRECTORY ${root})
   if(NOT status EQUAL 7)
-    fail("with-lld-link/msvc-consumer.exe exited with ${status}, not 7")
+    fail("with-microsoft-linker/consumer-msvc.exe exited with ${status}, not 7")
   else()
-    message(STATUS "with-lld-link/msvc-consumer.exe: ok")
+    message(STATUS "with-microsoft-linker/consumer-msvc.exe: ok")
   endif()
 endif()
 
