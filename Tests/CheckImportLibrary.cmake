@@ -2,7 +2,8 @@
 # zenbor.def names exactly what zenbor.dll exports, and zenbor.lib resolves
 # every one of those names (a call thunk and an __imp_ pointer for each
 # function, the __imp_ pointer alone for each variable) for zenbor.dll.
-#   cmake -DDEF=... -DLIB=... -DDLL=... -DOBJDUMP=... -DNM=... -P CheckImportLibrary.cmake
+# The variables of the headers must be the DATA entries of the .def.
+#   cmake -DDEF=... -DLIB=... -DDLL=... -DHEADERS=... -DOBJDUMP=... -DNM=... -P CheckImportLibrary.cmake
 cmake_minimum_required(VERSION 3.25)
 include(${CMAKE_CURRENT_LIST_DIR}/../cmake/ZenborExports.cmake)
 
@@ -20,6 +21,15 @@ foreach(line ${lines})
 endforeach()
 set(defined ${functions} ${variables})
 list(SORT defined)
+
+zb_read_exported_names(${HEADERS} declaredFunctions declaredVariables)
+list(SORT variables)
+zb_expect_same_names(declaredVariables variables "variables not marked DATA in zenbor.def"
+                     "marked DATA in zenbor.def but not variables")
+list(LENGTH declaredVariables declaredVariableCount)
+if(declaredVariableCount LESS 1)
+  message(SEND_ERROR "the headers declare no variable: ZB_EXPORT extern is not recognised")
+endif()
 
 zb_read_dll_exports(${OBJDUMP} ${DLL} exported)
 zb_expect_same_names(exported defined "exported by zenbor.dll but absent from zenbor.def"
