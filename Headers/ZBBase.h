@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * ZBBase.h: what every Zenbor header shares: the export macro, the C linkage
  * brackets and the no-exception marker of the flat C interface.
  *
@@ -11,6 +12,26 @@
 #include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
+
+/**
+ * @def ZB_EXPORT
+ * Marks an exported declaration: dllexport while the DLL is built, dllimport
+ * for its users, nothing for the static form (ZENBOR_STATIC).
+ * @def ZB_EXTERN_C_BEGIN
+ * Opens C linkage in C++; nothing in C.
+ * @def ZB_EXTERN_C_END
+ * Closes what ZB_EXTERN_C_BEGIN opened.
+ * @def ZB_NOEXCEPT
+ * `noexcept` in C++: no exception ever crosses the interface.
+ * @def ZB_NORETURN
+ * Marks a function that never returns.
+ * @def ZB_PRINTF_LIKE
+ * Lets the compiler check a printf-style format (see below).
+ * @def ZB_LIKELY
+ * A hint that the condition is usually true.
+ * @def ZB_UNLIKELY
+ * A hint that the condition is usually false.
+ */
 
 #if defined(ZENBOR_STATIC)
 #  define ZB_EXPORT

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * ZBError.h: the one error space of the library.
  *
  * Every fallible function returns a ZBError: 0 is success, a negative value
@@ -18,9 +19,10 @@
 
 ZB_EXTERN_C_BEGIN
 
+/** A status: 0 (ZBErrorNone) is success, a negative value names the failure. */
 typedef int32_t ZBError;
 
-/* The described codes, 0 to -61: XX(name, code, description). One list feeds
+/** The described codes, 0 to -61: XX(name, code, description). One list feeds
    the enumeration, the description table and the tests. */
 #define ZB_ERROR_DESCRIBED_MAP(XX) \
   XX(None, 0, "Success") \
@@ -86,7 +88,7 @@ typedef int32_t ZBError;
   XX(NotLocked, -60, "Resource not locked") \
   XX(Shutdown, -61, "Connection shutdown")
 
-/* Codes without a description of their own. */
+/** Codes without a description of their own. */
 #define ZB_ERROR_UNDESCRIBED_MAP(XX) \
   XX(SendAfterShutdown, -62) \
   XX(SocketTypeUnsupported, -63) \
@@ -94,7 +96,9 @@ typedef int32_t ZBError;
   XX(Generic, -100)
 
 enum {
+/** Turns each row of the lists into an enumerator; undefined after use. */
 #define ZB_ERROR_DESCRIBED_ENUM(name, code, text) ZBError##name = code,
+/** As ZB_ERROR_DESCRIBED_ENUM, for the codes without a description. */
 #define ZB_ERROR_UNDESCRIBED_ENUM(name, code) ZBError##name = code,
   ZB_ERROR_DESCRIBED_MAP(ZB_ERROR_DESCRIBED_ENUM)
   ZB_ERROR_UNDESCRIBED_MAP(ZB_ERROR_UNDESCRIBED_ENUM)
@@ -103,17 +107,18 @@ enum {
   ZBErrorLowestDescribed = ZBErrorShutdown
 };
 
-/* The constant description of a code; never fails, never to be freed.
+/** The constant description of a code; never fails, never to be freed.
    Codes without a text of their own answer "Unknown Error" (above 0, below
    -100, -62 and -63) or "Generic Error" (-64 to -100). */
 ZB_EXPORT const char *ZBErrorGetDescription(ZBError code) ZB_NOEXCEPT;
 
-/* A four-character status word as text, for log messages: the four bytes,
+/** A four-character status word as text, for log messages: the four bytes,
    most significant first, when all are printable; else "%#08x". */
 typedef struct ZBOSStatusText {
-  char text[12];
+  char text[12]; /**< the text, zero-terminated */
 } ZBOSStatusText;
 
+/** @return `status` as text, as described for ZBOSStatusText. */
 ZB_EXPORT ZBOSStatusText _ZBFormatOSStatus(uint32_t status) ZB_NOEXCEPT;
 
 ZB_EXTERN_C_END

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * ZBInitializer.h: start-up work registered at load time and run later, in
  * priority order, on the main thread.
  *
@@ -14,28 +15,30 @@
 
 ZB_EXTERN_C_BEGIN
 
+/** A start-up function run by ZBInitializerRun. */
 typedef void (*ZBInitializerFunction)(void);
 
+/** One registered start-up function; the library keeps it. */
 typedef struct ZBInitializerRecord {
-  ZBInitializerFunction function;
-  struct ZBInitializerRecord *next; /* the next record of the same priority */
-  const char *name;                 /* for diagnostics */
+  ZBInitializerFunction function;   /**< what to run */
+  struct ZBInitializerRecord *next; /**< the next record of the same priority */
+  const char *name;                 /**< for diagnostics */
 } ZBInitializerRecord;
 
-/* Registers `function` at `priority` (0 to 7, not checked). Fatal once that
+/** Registers `function` at `priority` (0 to 7, not checked). Fatal once that
    priority has run. */
 ZB_EXPORT ZBInitializerRecord *ZBInitializerRegister_internal(ZBInitializerFunction function,
                                                               uint32_t priority,
                                                               const char *name) ZB_NOEXCEPT;
-/* Runs every registered initializer by priority. Fatal off the main thread
+/** Runs every registered initializer by priority. Fatal off the main thread
    or when called twice without ZBInitializerReset. */
 ZB_EXPORT void ZBInitializerRun(void) ZB_NOEXCEPT;
-/* Allows registration and a second run; returns 1. Fatal before a run. */
+/** Allows registration and a second run; returns 1. Fatal before a run. */
 ZB_EXPORT int32_t ZBInitializerReset(void) ZB_NOEXCEPT;
-/* 1 from the start of ZBInitializerRun on, else 0. */
+/** 1 from the start of ZBInitializerRun on, else 0. */
 ZB_EXPORT int32_t ZBInitializerHasRun(void) ZB_NOEXCEPT;
 
-/* The process's role, set at start-up from the "QUOVEX_*_PROCESS" variables:
+/** The process's role, set at start-up from the "QUOVEX_*_PROCESS" variables:
    4 web, 3 plug-in, 2 network, 1 database, 0 none of these. */
 ZB_EXPORT extern int32_t gZBProcessWebKitProcessType;
 

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * ZBString.h: narrow (UTF-8) and wide (UTF-16) zero-terminated strings, and
  * the converters between UTF-8 and UTF-16 or UTF-32.
  *
@@ -39,85 +40,98 @@ ZB_EXTERN_C_BEGIN
    casts; where wchar_t is 32 bits wide (Linux and the other POSIX systems)
    the unit is a plain 16-bit integer instead. Either way it is 16 bits. */
 #if defined(_WIN32)
+/** One UTF-16 code unit (see above). */
 typedef wchar_t ZBWChar;
 #else
 typedef uint16_t ZBWChar;
 #endif
 
-/* Converter flags. Either bit of ZBUTFFlagLatin1Fallback enables the
+/** Converter flags. Either bit of ZBUTFFlagLatin1Fallback enables the
    fallback; the library passes it when reading UTF-8 and 0 when writing. */
 enum { ZBUTFFlagLatin1Fallback = 3 };
 
 /* --- Narrow strings --------------------------------------------------- */
 
-/* A copy of `text` in the default zone; null when `text` is null. */
+/** A copy of `text` in the default zone; null when `text` is null. */
 ZB_EXPORT char *_ZBCStringDuplicate(const char *text) ZB_NOEXCEPT;
-/* A copy of `text` in `zone`; null when `text` is null. */
+/** A copy of `text` in `zone`; null when `text` is null. */
 ZB_EXPORT char *_ZBCStringDuplicateWithZone(ZBZone *zone, const char *text) ZB_NOEXCEPT;
-/* Exactly `length` bytes (zeros included) and a terminating zero; null when
+/** Exactly `length` bytes (zeros included) and a terminating zero; null when
    `bytes` is null. */
 ZB_EXPORT char *ZBCStringDuplicateWithLength(ZBZone *zone, const char *bytes,
                                              size_t length) ZB_NOEXCEPT;
-/* `first` followed by `second`. A null text counts as absent: the result is
+/** `first` followed by `second`. A null text counts as absent: the result is
    a copy of the other one, or null when both are absent. */
 ZB_EXPORT char *ZBCStringCreateConcatenating(ZBZone *zone, const char *first,
                                              const char *second) ZB_NOEXCEPT;
-/* Formats with the library's printf engine (qprintf.h). Null when `format`
+/** Formats with the library's printf engine (qprintf.h). Null when `format`
    is null or the engine fails. */
 ZB_EXPORT char *ZBCStringCreateWithFormat(ZBZone *zone, const char *format, ...) ZB_NOEXCEPT
     ZB_PRINTF_LIKE(2, 3);
+/** As ZBCStringCreateWithFormat, with the arguments in a `va_list`.
+   @return The new string, or null when `format` is null or the engine fails. */
 ZB_EXPORT char *ZBCStringCreateWithFormatAndArguments(ZBZone *zone, const char *format,
                                                       va_list arguments) ZB_NOEXCEPT;
 
-/* Copies at most size - 1 bytes of `source` and terminates `destination`
+/** Copies at most size - 1 bytes of `source` and terminates `destination`
    when `size` is not 0. Returns strlen(source); a result of `size` or more
    means the text was cut. A null source counts as "". */
 ZB_EXPORT size_t ZBCStringCopy(char *destination, const char *source, size_t size) ZB_NOEXCEPT;
-/* Appends `source` to the text in `destination`, keeping the whole within
+/** Appends `source` to the text in `destination`, keeping the whole within
    `size` bytes with its terminating zero. Returns the length the full result
    would have; when the first `size` bytes of `destination` hold no zero it
    writes nothing and returns size + strlen(source). */
 ZB_EXPORT size_t ZBCStringConcatenate(char *destination, const char *source,
                                       size_t size) ZB_NOEXCEPT;
 
-/* UTF-8 copies of wide text. Null on any conversion error (a surrogate or a
+/** UTF-8 copies of wide text. Null on any conversion error (a surrogate or a
    unit from U+F800 up), or when the text is null. */
 ZB_EXPORT char *ZBCStringDuplicateWCString(ZBZone *zone, const ZBWChar *text) ZB_NOEXCEPT;
+/** As ZBCStringDuplicateWCString, for `count` units that need no terminating
+   zero.
+   @return The new string, or null on a conversion error or a null text. */
 ZB_EXPORT char *ZBCStringDuplicateWCStringWithLength(ZBZone *zone, const ZBWChar *units,
                                                      size_t count) ZB_NOEXCEPT;
-/* Converts into `destination` (`size` bytes, zero included) and returns it.
+/** Converts into `destination` (`size` bytes, zero included) and returns it.
    Null on a conversion error, when the text does not fit (the destination
    then holds ""), or when an argument is null. */
 ZB_EXPORT char *ZBCStringCopyWCString(char *destination, size_t size,
                                       const ZBWChar *text) ZB_NOEXCEPT;
+/** As ZBCStringCopyWCString, for `count` units that need no terminating zero.
+   @return `destination`, or null as ZBCStringCopyWCString. */
 ZB_EXPORT char *ZBCStringCopyWCStringWithLength(char *destination, size_t size,
                                                 const ZBWChar *units,
                                                 size_t count) ZB_NOEXCEPT;
 
 /* --- Wide strings ----------------------------------------------------- */
 
-/* A copy of `text`; null when `text` is null. */
+/** A copy of `text`; null when `text` is null. */
 ZB_EXPORT ZBWChar *ZBWCStringDuplicate(ZBZone *zone, const ZBWChar *text) ZB_NOEXCEPT;
-/* Exactly `count` units and a zero unit; null when `units` is null. */
+/** Exactly `count` units and a zero unit; null when `units` is null. */
 ZB_EXPORT ZBWChar *ZBWCStringDuplicateWithLength(ZBZone *zone, const ZBWChar *units,
                                                  size_t count) ZB_NOEXCEPT;
-/* UTF-16 copies of UTF-8 text, read with the Latin-1 fallback. Null on any
+/** UTF-16 copies of UTF-8 text, read with the Latin-1 fallback. Null on any
    conversion error, or when the text is null. */
 ZB_EXPORT ZBWChar *ZBWCStringDuplicateCString(ZBZone *zone, const char *text) ZB_NOEXCEPT;
+/** As ZBWCStringDuplicateCString, for `length` bytes that need no
+   terminating zero.
+   @return The new string, or null on a conversion error or a null text. */
 ZB_EXPORT ZBWChar *ZBWCStringDuplicateCStringWithLength(ZBZone *zone, const char *bytes,
                                                         size_t length) ZB_NOEXCEPT;
-/* As ZBCStringCreateConcatenating. */
+/** As ZBCStringCreateConcatenating. */
 ZB_EXPORT ZBWChar *ZBWCStringCreateConcatenating(ZBZone *zone, const ZBWChar *first,
                                                  const ZBWChar *second) ZB_NOEXCEPT;
-/* Formats in UTF-8 with the library's engine, then converts to UTF-16 with
+/** Formats in UTF-8 with the library's engine, then converts to UTF-16 with
    the Latin-1 fallback. Null when `format` is null, the engine fails or the
    result does not convert. */
 ZB_EXPORT ZBWChar *ZBWCStringCreateWithFormat(ZBZone *zone, const char *format,
                                               ...) ZB_NOEXCEPT ZB_PRINTF_LIKE(2, 3);
+/** As ZBWCStringCreateWithFormat, with the arguments in a `va_list`.
+   @return The new string, or null as ZBWCStringCreateWithFormat. */
 ZB_EXPORT ZBWChar *ZBWCStringCreateWithFormatAndArguments(ZBZone *zone, const char *format,
                                                           va_list arguments) ZB_NOEXCEPT;
 
-/* --- Converters --------------------------------------------------------
+/** --- Converters --------------------------------------------------------
  * One shape for all four: (destination or null, its capacity in output
  * units, source, source length in input units, flags, out error count or
  * null). Each returns the number of output units the whole source needs,
@@ -131,17 +145,17 @@ ZB_EXPORT ZBWChar *ZBWCStringCreateWithFormatAndArguments(ZBZone *zone, const ch
 ZB_EXPORT size_t ZBUTF8ToUTF16(ZBWChar *destination, size_t capacity, const char *source,
                                size_t length, uint32_t flags,
                                size_t *outErrorCount) ZB_NOEXCEPT;
-/* One unit per code point; three- and four-byte values are taken as they
+/** One unit per code point; three- and four-byte values are taken as they
    are (all three lead bits of a four-byte sequence count), without the
    overlong and surrogate checks of ZBUTF8ToUTF16. */
 ZB_EXPORT size_t ZBUTF8ToUTF32(uint32_t *destination, size_t capacity, const char *source,
                                size_t length, uint32_t flags,
                                size_t *outErrorCount) ZB_NOEXCEPT;
-/* `flags` is not used. */
+/** `flags` is not used. */
 ZB_EXPORT size_t ZBUTF16ToUTF8(char *destination, size_t capacity, const ZBWChar *source,
                                size_t length, uint32_t flags,
                                size_t *outErrorCount) ZB_NOEXCEPT;
-/* Values from 0x200000 up are errors; `flags` is not used. */
+/** Values from 0x200000 up are errors; `flags` is not used. */
 ZB_EXPORT size_t ZBUTF32ToUTF8(char *destination, size_t capacity, const uint32_t *source,
                                size_t length, uint32_t flags,
                                size_t *outErrorCount) ZB_NOEXCEPT;

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * ZBTime.h: clocks, CPU times and sleeps.
  *
  * Times are signed 64-bit nanoseconds (the "HR" functions) or, for the two
@@ -19,49 +20,66 @@
 
 ZB_EXTERN_C_BEGIN
 
-/* Wall-clock nanoseconds since the Unix epoch, strictly increasing across
+/** Wall-clock nanoseconds since the Unix epoch, strictly increasing across
    all callers. */
 ZB_EXPORT int64_t ZBHRTimeUnix(void) ZB_NOEXCEPT;
-/* The same sequence as ZBHRTimeUnix, in seconds. */
+/** The same sequence as ZBHRTimeUnix, in seconds. */
 ZB_EXPORT double ZBTimeUnix(void) ZB_NOEXCEPT;
 
-/* Nanoseconds since boot, strictly increasing across all callers. */
+/** Nanoseconds since boot, strictly increasing across all callers. */
 ZB_EXPORT int64_t ZBHRTimeMonotonic(void) ZB_NOEXCEPT;
-/* Nanoseconds since boot as the system counter reads: never less than an
+/** Nanoseconds since boot as the system counter reads: never less than an
    earlier reading, no shared state. */
 ZB_EXPORT int64_t ZBHRTimeNonDecreasing(void) ZB_NOEXCEPT;
-/* Nanoseconds since boot, never less than the previous result of any
+/** Nanoseconds since boot, never less than the previous result of any
    caller; equal successive results are possible. */
 ZB_EXPORT int64_t ZBHRTimeNonDecreasingApprox(void) ZB_NOEXCEPT;
 
-/* The continuous clocks (counting system sleep) are not available here:
+/** The continuous clocks (counting system sleep) are not available here:
    they return 0, and their precision getters return 0 to say so. */
 ZB_EXPORT int64_t ZBHRTimeNonDecreasingCont(void) ZB_NOEXCEPT;
+/** A continuous clock; not available here.
+   @return 0. */
 ZB_EXPORT int64_t ZBHRTimeNonDecreasingContRaw(void) ZB_NOEXCEPT;
+/** A continuous clock; not available here.
+   @return 0. */
 ZB_EXPORT int64_t ZBHRTimeNonDecreasingContRawApprox(void) ZB_NOEXCEPT;
+/** A continuous clock's precision.
+   @return 0: the clock is not available. */
 ZB_EXPORT int64_t ZBHRGetTimeNonDecreasingContPrecision(void) ZB_NOEXCEPT;
+/** A continuous clock's precision.
+   @return 0: the clock is not available. */
 ZB_EXPORT int64_t ZBHRGetTimeNonDecreasingContRawPrecision(void) ZB_NOEXCEPT;
+/** A continuous clock's precision.
+   @return 0: the clock is not available. */
 ZB_EXPORT int64_t ZBHRGetTimeNonDecreasingContRawApproxPrecision(void) ZB_NOEXCEPT;
 
-/* The boot-relative clocks' resolution in nanoseconds (100) and their
+/** The boot-relative clocks' resolution in nanoseconds (100) and their
    source's ticks per second (10000000); 0 until the library has started. */
 ZB_EXPORT int64_t ZBHRGetTimeMonotonicPrecision(void) ZB_NOEXCEPT;
+/** @return The boot-relative clocks' source ticks per second (10000000); 0
+   until the library has started. */
 ZB_EXPORT int64_t ZBHRGetTimeMonotonicFrequency(void) ZB_NOEXCEPT;
+/** @return The approximate clock's resolution in nanoseconds (100); 0 until
+   the library has started. */
 ZB_EXPORT int64_t ZBHRGetTimeNonDecreasingApproxPrecision(void) ZB_NOEXCEPT;
 
-/* Kernel plus user time of the process or of the calling thread, in
+/** Kernel plus user time of the process or of the calling thread, in
    nanoseconds; -1 on failure (logged as an Error). */
 ZB_EXPORT int64_t ZBHRProcessCPUTime(void) ZB_NOEXCEPT;
+/** @return Kernel plus user time of the calling thread in nanoseconds; -1 on
+   failure (logged as an Error). */
 ZB_EXPORT int64_t ZBHRThreadCPUTime(void) ZB_NOEXCEPT;
-/* Their resolution in nanoseconds: 100. */
+/** Their resolution in nanoseconds: 100. */
 ZB_EXPORT int64_t ZBHRGetProcessCPUTimePrecision(void) ZB_NOEXCEPT;
+/** @return The thread CPU clock's resolution in nanoseconds: 100. */
 ZB_EXPORT int64_t ZBHRGetThreadCPUTimePrecision(void) ZB_NOEXCEPT;
 
-/* Sleeps `nanoseconds` rounded up to whole milliseconds, at least 1 ms
+/** Sleeps `nanoseconds` rounded up to whole milliseconds, at least 1 ms
    when positive; 0 only yields the processor. A negative duration, or one
    of 2^31 ms (about 24.8 days) or more, sleeps for ever. */
 ZB_EXPORT void ZBHRSleep(int64_t nanoseconds) ZB_NOEXCEPT;
-/* As ZBHRSleep for `seconds` (cut to whole nanoseconds toward zero); a
+/** As ZBHRSleep for `seconds` (cut to whole nanoseconds toward zero); a
    negative, NaN, infinite or out-of-range (beyond 9223372036 s) value
    never returns. */
 ZB_EXPORT void ZBSleep(double seconds) ZB_NOEXCEPT;

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * ZBTrace.h: the event tracer's entry points that the rest of the library
  * calls.
  *
@@ -13,9 +14,9 @@
 
 ZB_EXTERN_C_BEGIN
 
-/* True once the tracer is configured and recording. */
+/** True once the tracer is configured and recording. */
 ZB_EXPORT bool ZBTraceIsInitialized(void) ZB_NOEXCEPT;
-/* The identifier under which `name` appears in traces; 0 when the name is
+/** The identifier under which `name` appears in traces; 0 when the name is
    null or no tracer records it. */
 ZB_EXPORT int32_t ZBTraceDefineName(const char *name) ZB_NOEXCEPT;
 

@@ -1,14 +1,11 @@
-/*
+/**
+ * @file
  * Zenbor.h: the whole interface of the Zenbor portability runtime.
  */
 #ifndef ZENBOR_ZENBOR_H
 #define ZENBOR_ZENBOR_H
 
-#define ZENBOR_VERSION_MAJOR 0
-#define ZENBOR_VERSION_MINOR 1
-#define ZENBOR_VERSION_PATCH 0
-#define ZENBOR_VERSION_STRING "0.1.0"
-
+#include "ZBVersion.h"
 #include "ZBBase.h"
 #include "ZBError.h"
 #include "ZBAlloc.h"

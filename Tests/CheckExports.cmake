@@ -2,53 +2,17 @@
 # of the public headers, every one of them is named by some test source, and
 # it imports system DLLs only (the C++ runtime and winpthreads are linked in).
 #   cmake -DDLL=... -DHEADERS=... -DTESTS=... -DOBJDUMP=... -P CheckExports.cmake
-execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE status)
-if(NOT status EQUAL 0)
-  message(FATAL_ERROR "${OBJDUMP} -p ${DLL} failed")
-endif()
-
-# Declared: the identifier that ends the text between ZB_EXPORT and the
-# first "(" or ";" of each declaration.
-set(declared "")
-file(GLOB headers ${HEADERS}/*.h)
-foreach(header ${headers})
-  file(READ ${header} text)
-  string(REGEX REPLACE "#[^\n]*" "" text "${text}")
-  string(REGEX MATCHALL "ZB_EXPORT[^(;]*" declarations "${text}")
-  foreach(declaration ${declarations})
-    string(REGEX MATCH "[A-Za-z_][A-Za-z0-9_]*[ \t\n]*$" name "${declaration}")
-    string(STRIP "${name}" name)
-    list(APPEND declared ${name})
-  endforeach()
-endforeach()
+include(${CMAKE_CURRENT_LIST_DIR}/../cmake/ZenborExports.cmake)
+zb_read_exported_names(${HEADERS} functions variables)
+set(declared ${functions} ${variables})
 list(SORT declared)
-list(REMOVE_DUPLICATES declared)
+zb_read_dll_exports(${OBJDUMP} ${DLL} exported)
+set(dump "${exported_DUMP}")
 
-string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(.*)" table "${dump}")
-# The table ends at the first empty line.
-string(FIND "${CMAKE_MATCH_1}" "\n\n" tableEnd)
-string(SUBSTRING "${CMAKE_MATCH_1}" 0 ${tableEnd} table)
-string(REGEX MATCHALL "\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_]*" rows "${table}")
-set(exported "")
-foreach(row ${rows})
-  string(REGEX REPLACE ".*\\] " "" name "${row}")
-  list(APPEND exported ${name})
-endforeach()
-list(SORT exported)
-
-set(missing ${declared})
-list(REMOVE_ITEM missing ${exported})
-set(unexpected ${exported})
-list(REMOVE_ITEM unexpected ${declared})
 list(LENGTH declared declaredCount)
 list(LENGTH exported exportedCount)
 message(STATUS "${declaredCount} declared, ${exportedCount} exported")
-if(missing)
-  message(SEND_ERROR "declared but not exported: ${missing}")
-endif()
-if(unexpected)
-  message(SEND_ERROR "exported but not declared: ${unexpected}")
-endif()
+zb_expect_same_names(declared exported "declared but not exported" "exported but not declared")
 
 # Named by a test: the name appears as a whole word, outside a line comment,
 # in a source under TESTS. A macro that expands to an export does not count:

@@ -24,7 +24,8 @@ int32_t sHasRun;
 // Every Fatal message of the registry goes through this one site.
 ZBLogSite sSite;
 
-[[noreturn]] void fatal(const char *function, uint32_t line, const char *format, uint32_t value = 0) {
+[[noreturn]] void fatal(const char *function, uint32_t line, const char *format,
+                        uint32_t value = 0) {
   ZB_LOG_FROM(&sSite, ZBLogLevelFatal, function, "", line, format, value);
   ZBAbortWithBacktrace();
 }

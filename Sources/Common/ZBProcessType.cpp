@@ -33,7 +33,8 @@ void readProcessType() {
 
 // Runs before the library's load-time constructor.
 __attribute__((constructor(200))) void registerProcessType() {
-  ZBInitializerRegister_internal(readProcessType, 1, "ZBProcessIsWebProcessInitializer_constructor");
+  ZBInitializerRegister_internal(readProcessType, 1,
+                                 "ZBProcessIsWebProcessInitializer_constructor");
 }
 
 } // namespace

@@ -1,7 +1,9 @@
 # Runs zenbor-info under Wine with the given log variables and checks that it
 # exits 0, prints every expected line and none of the unexpected ones, and
 # writes its log lines to the file named by ZBLOG_TO_FILE.
-#   cmake -DPROGRAM=... -DLOG_LEVEL=... -P CheckOutput.cmake
+# The first line is the version of the headers it was built with, which has
+# to be the project's.
+#   cmake -DPROGRAM=... -DLOG_LEVEL=... -DVERSION=... -P CheckOutput.cmake
 set(ENV{WINEDEBUG} "-all")
 set(ENV{WINEDLLOVERRIDES} "winedbg.exe=d")
 if(LOG_LEVEL AND NOT LOG_LEVEL STREQUAL "Default")
@@ -26,8 +28,9 @@ if(at EQUAL -1)
   message(SEND_ERROR "ZBLOG_TO_FILE: the log file lacks the lines:\n${logged}")
 endif()
 
+string(REPLACE "." "\\." versionPattern "${VERSION}")
 set(expected
-  "Zenbor [0-9]+\\.[0-9]+\\.[0-9]+"
+  "^Zenbor ${versionPattern}\r?\n"
   "-48  Connection refused"
   "1,234,567 items, 0003\\.142, left  \\|, 0xff"
   "permissions <READ,EXEC>"
