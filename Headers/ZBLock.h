@@ -72,6 +72,7 @@ ZB_EXPORT ZBError ZBMutexDestroy(ZBMutex *mutex) ZB_NOEXCEPT;
 ZB_EXPORT ZBError ZBMutexFree(ZBMutex *mutex) ZB_NOEXCEPT;
 
 #if defined(_WIN32)
+/** @cond ZB_INTERNAL */
 /* The system calls under a recursive mutex, for the inline forms below;
    private to the library. Null until the library has started. */
 typedef struct _ZBMutexSystemCalls {
@@ -81,6 +82,7 @@ typedef struct _ZBMutexSystemCalls {
 
 /** The recursive mutex's system calls, called by the inline forms below. */
 ZB_EXPORT extern _ZBMutexSystemCalls _gZBMutexSystemCalls;
+/** @endcond */
 #endif
 
 /* ZBMutexAcquire(mutex) and ZBMutexRelease(mutex) of a recursive mutex take

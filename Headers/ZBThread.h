@@ -185,6 +185,7 @@ ZB_EXPORT void *ZBThreadGetSpecific(ZBThreadKey key) ZB_NOEXCEPT;
 
 /* ---- Inline thread-key lookups ---------------------------------------- */
 
+/** @cond ZB_INTERNAL */
 /* What the inline forms of ZBThreadGetSpecific and ZBThreadSetSpecific
    below read; private to the library, never written by callers. A thread's
    values live in one table of 512 entries, found through the system's
@@ -204,6 +205,7 @@ typedef struct _ZBThreadKeyState {
 
 /** The thread keys' shared state, read by the inline lookups below. */
 ZB_EXPORT extern _ZBThreadKeyState _gZBThreadKeyState;
+/** @endcond */
 
 /* ZBThreadGetSpecific(key) and ZBThreadSetSpecific(key, value) are served
    inline when the caller already has a table: one per-thread read, one

@@ -87,6 +87,7 @@ ZB_EXPORT void ZBSleep(double seconds) ZB_NOEXCEPT;
 #if defined(_WIN32)
 /* ---- Inline clock reads ----------------------------------------------- */
 
+/** @cond ZB_INTERNAL */
 /* What the inline forms of ZBHRTimeNonDecreasing and ZBHRTimeMonotonic
    below use; private to the library, never written by callers. */
 typedef struct _ZBUnbiasedInterruptTimeReader {
@@ -107,6 +108,7 @@ typedef struct _ZBStrictClock {
 ZB_EXPORT extern _ZBUnbiasedInterruptTimeReader _gZBUnbiasedInterruptTime;
 /** ZBHRTimeMonotonic's shared state, taken by its inline form below. */
 ZB_EXPORT extern _ZBStrictClock _gZBMonotonicClock;
+/** @endcond */
 #endif
 
 /* ZBHRTimeNonDecreasing() and ZBHRTimeMonotonic() read the system clock
