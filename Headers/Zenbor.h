@@ -19,6 +19,7 @@
 #include "ZBLog.h"
 #include "ZBOption.h"
 #include "ZBPrint.h"
+#include "ZBProcess.h"
 #include "ZBString.h"
 #include "ZBThread.h"
 #include "ZBTime.h"

@@ -12,6 +12,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #include <windows.h>
+#include <bcrypt.h>
 
 // clang-format off
 #define ZB_SYSTEM_CALLS(X)                                                      \
@@ -22,6 +23,10 @@
                                                                                 \
                                                                                 \
   /* Environment and application directories */                                 \
+  X(GetModuleFileNameW)                                                         \
+  X(gethostname)                                                                \
+  X(BCryptGenRandom)                                                            \
+  X(WideCharToMultiByte)                                                        \
                                                                                 \
                                                                                 \
   /* Sockets */                                                                 \

@@ -6,6 +6,7 @@
 #include "ZBEnvironment.h"
 
 #include "ZBAlloc.h"
+#include "ZBEnvironmentPrivate.h"
 #include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBPlatform.h"
@@ -135,6 +136,11 @@ int32_t storeVariable(const char *name, const char *value, int32_t overwrite, bo
 }
 
 } // namespace
+
+ZBMutex *_ZBEnvironmentLock() noexcept {
+  ensureStarted();
+  return &sLock;
+}
 
 extern "C" const char *ZBEnvironmentGetEnv(const char *name) noexcept {
   if (!isValidName(name))
