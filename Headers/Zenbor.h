@@ -14,6 +14,8 @@
 #include "ZBAlloc.h"
 #include "ZBBuffer.h"
 #include "ZBEnvironment.h"
+#include "ZBFile.h"
+#include "ZBFileDescriptor.h"
 #include "ZBInitializer.h"
 #include "ZBLock.h"
 #include "ZBLog.h"
@@ -24,6 +26,7 @@
 #include "ZBThread.h"
 #include "ZBTime.h"
 #include "ZBTrace.h"
+#include "ZBVirtual.h"
 #include "qprintf.h"
 
 #endif /* ZENBOR_ZENBOR_H */
