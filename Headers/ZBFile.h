@@ -81,6 +81,16 @@ ZB_EXPORT ZBError ZBDirectoryRemoveRecursive(const char *path) ZB_NOEXCEPT;
     ZBDirectoryCreate. */
 ZB_EXPORT ZBError ZBDirectoryCreateTemporary(char *pattern) ZB_NOEXCEPT;
 
+/** Creates a directory named after `pattern` (as ZBDirectoryCreateTemporary
+    fills it in) inside the application temporary directory
+    (ZBEnvironmentCopyAppTemporaryDirectory). On success the new directory's
+    path goes to `outPath` when given (a new string, released with _ZBFree).
+    @return 0; ZBErrorInvalidArgument for a null or bad pattern;
+    ZBErrorNoMemory when there is no application temporary directory or the
+    path cannot be made; else as ZBDirectoryCreate. */
+ZB_EXPORT ZBError ZBDirectoryCreateTemporaryInTempDir(const char *pattern,
+                                                      char **outPath) ZB_NOEXCEPT;
+
 /** Replaces the file at `path` with the `length` bytes (a new file, made
     read-only when `mode` has no write bit).
     @return 0; ZBErrorInvalidArgument; ZBErrorNoSpace for a short write;

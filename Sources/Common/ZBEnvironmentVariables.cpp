@@ -163,6 +163,9 @@ extern "C" int32_t ZBEnvironmentSetEnv(const char *name, const char *value,
     std::puts("Setting HOME does nothing.");
     return -1;
   }
+  // The application temporary directory is computed from TMP first.
+  if (std::strcmp(name, "TMP") == 0)
+    _ZBEnvironmentSetAppTemporaryDirectory(nullptr);
   if (std::strchr(name, '=') != nullptr) {
     errno = EINVAL;
     return -1;
