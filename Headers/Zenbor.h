@@ -20,6 +20,7 @@
 #include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBOption.h"
+#include "ZBPath.h"
 #include "ZBPrint.h"
 #include "ZBString.h"
 #include "ZBThread.h"

@@ -17,6 +17,9 @@
 #define ZB_SYSTEM_CALLS(X)                                                      \
   /* Paths */                                                                   \
   X(GetFileAttributesW)                                                         \
+  X(SetFileAttributesW)                                                         \
+  X(GetCurrentDirectoryW)                                                       \
+  X(GetFullPathNameW)                                                           \
                                                                                 \
   /* Descriptors, files and directories */                                      \
   X(CreateFileW)                                                                \

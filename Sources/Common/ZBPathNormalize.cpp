@@ -1,0 +1,171 @@
+// Normalising a path text: the root and the style's prefixes (drive, UNC
+// server, "\\?\", "file://host") are kept, runs of separators become one,
+// "." components go and ".." removes the component before it. The output is
+// never longer than the input except for the "." of an emptied path.
+#include "ZBPathInfoRecord.h"
+
+using zb::path::isDOSSeparator;
+using zb::path::startsWithDrive;
+
+namespace {
+
+// A component character that DOS file names cannot hold becomes "-".
+char dosComponentCharacter(char c) {
+  switch (c) {
+  case '/': case '?': case '*': case ':': case '<': case '>': case '|':
+    return '-';
+  default:
+    return c;
+  }
+}
+
+class Normalizer {
+public:
+  Normalizer(ZBPathStyle style, const char *source, char *destination, size_t size)
+      : dos_(style == ZBPathStyleDOS), url_(style == ZBPathStyleFileURL),
+        separator_(dos_ ? '\\' : '/'), source_(source), cursor_(source), out_(destination),
+        size_(size) {}
+
+  bool run() {
+    if (!prefix() || !root())
+      return false;
+    rootEnd_ = length_;
+    bool endsWithSeparator = false;
+    while (*cursor_ != '\0') {
+      const char *start = cursor_;
+      while (*cursor_ != '\0' && !isSeparator(*cursor_))
+        ++cursor_;
+      const size_t componentLength = static_cast<size_t>(cursor_ - start);
+      endsWithSeparator = isSeparator(*cursor_);
+      while (isSeparator(*cursor_))
+        ++cursor_;
+      if (!component(start, componentLength))
+        return false;
+    }
+    if (endsWithSeparator && length_ > rootEnd_ && !put(separator_))
+      return false;
+    if (length_ == 0 && *source_ != '\0' && !put('.'))
+      return false;
+    return finish();
+  }
+
+private:
+  bool isSeparator(char c) const { return dos_ ? isDOSSeparator(c) : c == '/'; }
+
+  bool put(char c) {
+    if (length_ + 1 >= size_)
+      return false;
+    out_[length_++] = c;
+    return true;
+  }
+  bool putSource(size_t count) {
+    for (size_t index = 0; index < count; ++index)
+      if (!put(isSeparator(cursor_[index]) ? separator_ : cursor_[index]))
+        return false;
+    cursor_ += count;
+    return true;
+  }
+  // The run up to the next separator, as it is (a server or host name).
+  bool putName() {
+    size_t count = 0;
+    while (cursor_[count] != '\0' && !isSeparator(cursor_[count]))
+      ++count;
+    rooted_ = true;
+    return putSource(count);
+  }
+  bool finish() {
+    if (length_ >= size_)
+      return false;
+    out_[length_] = '\0';
+    return true;
+  }
+
+  // What ".." never removes: "file://host", "\\?\", "\\?\UNC\server",
+  // "\\server", and drives ("C:" in DOS, "C:/" in POSIX).
+  bool prefix() {
+    if (url_) {
+      if (!zb::path::startsWith(cursor_, "file://"))
+        return true;
+      if (!putSource(7))
+        return false;
+      rooted_ = true;
+      return isSeparator(*cursor_) || *cursor_ == '\0' || putName();
+    }
+    if (!dos_)
+      return !(startsWithDrive(cursor_) && cursor_[2] == '/') || putSource(2);
+    const char *text = cursor_;
+    if (isDOSSeparator(text[0]) && isDOSSeparator(text[1]) && (text[2] == '?' || text[2] == '.') &&
+        isDOSSeparator(text[3])) {
+      if (!putSource(4))
+        return false;
+      rooted_ = true;
+      const char *marker = cursor_;
+      if ((marker[0] | 0x20) == 'u' && (marker[1] | 0x20) == 'n' && (marker[2] | 0x20) == 'c' &&
+          isDOSSeparator(marker[3]))
+        return putSource(4) && putName();
+    } else if (isDOSSeparator(text[0]) && isDOSSeparator(text[1]) && text[2] != '\0' &&
+               !isDOSSeparator(text[2])) {
+      return putSource(2) && putName();
+    }
+    return !startsWithDrive(cursor_) || putSource(2);
+  }
+
+  bool root() {
+    if (!isSeparator(*cursor_))
+      return true;
+    rooted_ = true;
+    while (isSeparator(*cursor_))
+      ++cursor_;
+    return put(separator_);
+  }
+
+  // Where the last written component starts, or rootEnd_ when none is.
+  size_t lastComponentStart() const {
+    size_t start = length_;
+    while (start > rootEnd_ && out_[start - 1] != separator_)
+      --start;
+    return start;
+  }
+
+  bool component(const char *text, size_t length) {
+    if (length == 0 || (length == 1 && text[0] == '.'))
+      return true;
+    if (length == 2 && text[0] == '.' && text[1] == '.') {
+      const size_t last = lastComponentStart();
+      const bool lastIsParent = length_ - last == 2 && out_[last] == '.' && out_[last + 1] == '.';
+      if (length_ > rootEnd_ && !lastIsParent) {
+        length_ = last > rootEnd_ ? last - 1 : rootEnd_;
+        return true;
+      }
+      if (rooted_)
+        return true; // nothing above a root
+    }
+    if (length_ > rootEnd_ && !put(separator_))
+      return false;
+    for (size_t index = 0; index < length; ++index)
+      if (!put(dos_ ? dosComponentCharacter(text[index]) : text[index]))
+        return false;
+    return true;
+  }
+
+  const bool dos_;
+  const bool url_;
+  const char separator_;
+  const char *const source_;
+  const char *cursor_;
+  char *const out_;
+  const size_t size_;
+  size_t length_ = 0;
+  size_t rootEnd_ = 0;
+  bool rooted_ = false;
+};
+
+} // namespace
+
+extern "C" bool ZBPathNormalizeWithStyle(ZBPathStyle style, const char *source,
+                                         char *destination, size_t size, uint32_t) noexcept {
+  if (source == nullptr || destination == nullptr || size == 0 ||
+      !zb::path::isKnownStyle(style))
+    return false;
+  return Normalizer(style, source, destination, size).run();
+}
