@@ -47,9 +47,6 @@ private:
   ZBWChar *text_ = nullptr;
 };
 
-// The path with a "/" before a drive letter and ":" dropped.
-const char *withoutSlashBeforeDrive(const char *path) noexcept;
-
 // A descriptor closed when the holder goes (unless released).
 class ScopedDescriptor {
 public:
@@ -128,11 +125,6 @@ constexpr char temporaryFileCharacter(uint32_t c) {
 constexpr char temporaryDirectoryCharacter(uint32_t c) {
   return static_cast<char>(c <= 9 ? '0' + c : c <= 34 ? 'A' + c % 26 : 'a' + c % 26);
 }
-
-// The directory test of a path: 0 for a directory, ZBErrorNotDirectory for
-// anything else; when the attributes cannot be read, 0 for access denied
-// (a directory that refuses us exists), else the mapped error.
-ZBError existsAndIsDirectory(const wchar_t *ntPath) noexcept;
 
 // Opens an NT path with the open flags and mode of ZBFileDescriptorOpen.
 ZBError openNT(const wchar_t *ntPath, uint32_t flags, uint16_t mode,

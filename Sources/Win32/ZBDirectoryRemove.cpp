@@ -65,7 +65,7 @@ extern "C" ZBError ZBDirectoryRemove(const char *path) noexcept {
   if (error == ERROR_ACCESS_DENIED) {
     const DWORD attributes = zb::gSystemCalls.GetFileAttributesW(ntPath.get());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY)) {
-      if (!SetFileAttributesW(ntPath.get(), attributes & ~FILE_ATTRIBUTE_READONLY))
+      if (!zb::gSystemCalls.SetFileAttributesW(ntPath.get(), attributes & ~FILE_ATTRIBUTE_READONLY))
         return ZBErrorAccessDenied;
       if (zb::gSystemCalls.RemoveDirectoryW(ntPath.get()))
         return ZBErrorNone;

@@ -41,7 +41,7 @@ extern "C" ZBError ZBFileRemove(const char *path) noexcept {
   if (error == ERROR_ACCESS_DENIED) {
     attributes = zb::gSystemCalls.GetFileAttributesW(ntPath.get());
     if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) &&
-        SetFileAttributesW(ntPath.get(), attributes & ~FILE_ATTRIBUTE_READONLY)) {
+        zb::gSystemCalls.SetFileAttributesW(ntPath.get(), attributes & ~FILE_ATTRIBUTE_READONLY)) {
       if (zb::gSystemCalls.DeleteFileW(ntPath.get()))
         return ZBErrorNone;
       error = GetLastError();
