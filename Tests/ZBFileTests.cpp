@@ -35,7 +35,8 @@ struct Visit {
 struct Recorder {
   std::string root;
   std::vector<Visit> visits;
-  std::string stopAt; // a name whose callback answers false
+  std::string stopAt;     // a name whose callback answers false
+  int32_t stopDepth = -1; // or the first entry at this depth answers false
 };
 
 bool record(void *context, const char *directory, const char *name, int32_t depth, uint32_t type) {
@@ -44,7 +45,7 @@ bool record(void *context, const char *directory, const char *name, int32_t dept
   if (!relative.empty())
     relative = relative.substr(1) + "/";
   recorder->visits.push_back({relative + name, depth, type});
-  return recorder->stopAt != name;
+  return recorder->stopAt != name && recorder->stopDepth != depth;
 }
 
 class ZBFileTest : public zbtest::FileSystemTest {
@@ -59,7 +60,7 @@ protected:
     ASSERT_TRUE(writeRaw(at("d1/d2/e.txt"), "e"));
   }
   Recorder scan(int32_t depth, uint32_t order, const std::string &stopAt = "") {
-    Recorder recorder{root_, {}, stopAt};
+    Recorder recorder{root_, {}, stopAt, -1};
     EXPECT_TRUE(ZBDirectoryScanOrdered(root_.c_str(), record, depth, &recorder, order));
     return recorder;
   }
@@ -105,22 +106,21 @@ TEST_F(ZBFileTest, ScanOrdersAndStops) {
   EXPECT_EQ(names(pre), names(post));
   EXPECT_TRUE(scan(-1, 2).visits.empty()); // walks, never calls
 
-  // A stop in d1/d2 ends only d1/d2: everything else is still seen.
+  // A stop in d1/d2 ends only d1/d2: one of its two files is seen, and
+  // everything outside it still is.
   for (uint32_t order : {0u, 1u}) {
-    const Recorder stopped = scan(-1, order, "c.txt");
+    Recorder stopped{root_, {}, "", 2};
+    EXPECT_TRUE(ZBDirectoryScanOrdered(root_.c_str(), record, -1, &stopped, order));
     const std::set<std::string> seen = names(stopped);
-    EXPECT_EQ(1u, seen.count("c.txt") + seen.count("d1/d2/c.txt@2:0")) << order;
-    EXPECT_EQ(0u, seen.count("d1/d2/e.txt@2:0") * (indexOf(stopped, "d1/d2/e.txt") >
-                                                   indexOf(stopped, "d1/d2/c.txt")))
-        << order;
-    EXPECT_EQ(1u, seen.count("a.txt@0:0"));
-    EXPECT_EQ(1u, seen.count("d1/b.txt@1:0"));
+    EXPECT_EQ(1u, seen.count("d1/d2/c.txt@2:0") + seen.count("d1/d2/e.txt@2:0")) << order;
+    for (const char *outside : {"a.txt@0:0", "d1@0:1", "d1/b.txt@1:0", "d1/d2@1:1"})
+      EXPECT_EQ(1u, seen.count(outside)) << order << " " << outside;
   }
   // A stop at the top returns true too, with one entry seen.
   const Recorder first = scan(-1, 0, "a.txt");
   EXPECT_EQ("a.txt", first.visits.back().path);
 
-  Recorder none{root_, {}, ""};
+  Recorder none{root_, {}, "", -1};
   EXPECT_FALSE(ZBDirectoryScan(at("absent").c_str(), record, -1, &none));
   EXPECT_FALSE(ZBDirectoryScan(at("a.txt").c_str(), record, -1, &none));
   EXPECT_FALSE(ZBDirectoryScan("", record, -1, &none));
@@ -337,7 +337,7 @@ TEST_F(ZBFileTest, LongAndNonASCIIPathsEndToEnd) {
     EXPECT_EQ(0, ZBFileDescriptorRead(fd, buffer, 8, &count));
     EXPECT_EQ("payload", std::string(buffer, count));
     EXPECT_EQ(0, ZBFileDescriptorClose(fd));
-    Recorder recorder{directory, {}, ""};
+    Recorder recorder{directory, {}, "", -1};
     EXPECT_TRUE(ZBDirectoryScan(directory.c_str(), record, -1, &recorder));
     ASSERT_EQ(1u, recorder.visits.size());
     EXPECT_EQ(u8"fïle-ß.txt", recorder.visits[0].path);
