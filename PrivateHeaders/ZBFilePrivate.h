@@ -126,6 +126,17 @@ constexpr char temporaryDirectoryCharacter(uint32_t c) {
   return static_cast<char>(c <= 9 ? '0' + c : c <= 34 ? 'A' + c % 26 : 'a' + c % 26);
 }
 
+// One removal with the read-only retry: `remove` (a system-call table
+// entry) runs; when it is refused with access denied and the path is
+// read-only, the attribute is cleared and it runs once more.
+struct Removal {
+  DWORD firstError = 0;                       // of the first try; 0 when it worked
+  DWORD error = 0;                            // of the last try; 0 when it worked
+  DWORD attributes = INVALID_FILE_ATTRIBUTES; // as read after access denied
+  bool clearRefused = false;                  // the attribute could not be cleared
+};
+Removal removeClearingReadOnly(const wchar_t *ntPath, BOOL(WINAPI *remove)(LPCWSTR)) noexcept;
+
 // Opens an NT path with the open flags and mode of ZBFileDescriptorOpen.
 ZBError openNT(const wchar_t *ntPath, uint32_t flags, uint16_t mode,
                ZBFileDescriptor *outFD) noexcept;
