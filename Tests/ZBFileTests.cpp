@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -376,6 +377,43 @@ TEST_F(ZBFileTest, TimeSettersByPath) {
   EXPECT_EQ(info.accessTime, info.modificationTime);
   if (info.creationTime != creation)
     GTEST_SKIP() << "Wine does not set creation times";
+}
+
+TEST_F(ZBFileTest, MalformedAndAbsurdPathsGetCodesNotCrashes) {
+  const std::string bad = at("bad\x80"); // not UTF-8: no system path can be made of it
+  const std::string huge = at(std::string(40000, 'h'));
+  ASSERT_TRUE(writeRaw(at("f"), "x"));
+  ZBFileDescriptor fd = 0;
+  ZBFileInfo info;
+  Recorder recorder{root_, {}, "", -1};
+  const struct {
+    const char *name;
+    std::function<ZBError(const char *)> call;
+    ZBError badCode;
+  } cases[] = {
+      {"Open", [&](const char *p) { return ZBFileDescriptorOpen(p, 2 | 4, 0644, &fd); }, ZBErrorNotLocked},
+      {"GetInfo", [&](const char *p) { return ZBPathGetInfo(p, &info, 0xFFF); }, ZBErrorNoMemory},
+      {"Create", [](const char *p) { return ZBDirectoryCreate(p, 0755); }, ZBErrorNoMemory},
+      {"Remove", [](const char *p) { return ZBDirectoryRemove(p); }, ZBErrorNoMemory},
+      {"RemoveRecursive", [](const char *p) { return ZBDirectoryRemoveRecursive(p); }, ZBErrorNoMemory},
+      {"FileRemove", [](const char *p) { return ZBFileRemove(p); }, ZBErrorNoMemory},
+      {"CreateFromBytes", [](const char *p) { return ZBFileCreateFromBytes("x", 1, p, 0644); }, ZBErrorNoMemory},
+      {"CopyFrom", [&](const char *p) { return ZBFileCopy(p, at("f").c_str(), 0644); }, ZBErrorNotLocked},
+      {"MoveFrom", [&](const char *p) { return ZBFileMove(p, at("g").c_str(), 0); }, ZBErrorGeneric},
+      {"Times", [](const char *p) { return ZBFileSetCreationHRTime(p, nullptr); }, ZBErrorNotLocked},
+      {"Scan", [&](const char *p) { return ZBDirectoryScan(p, record, -1, &recorder) ? 0 : -1; }, -1},
+  };
+  for (const auto &c : cases) {
+    EXPECT_EQ(c.badCode, c.call(bad.c_str())) << c.name;
+    // Nothing that long exists: the recursive removal of an absent path is done.
+    if (std::string(c.name) == "RemoveRecursive") {
+      EXPECT_EQ(0, c.call(huge.c_str()));
+    } else {
+      EXPECT_NE(0, c.call(huge.c_str())) << c.name;
+    }
+  }
+  EXPECT_EQ("x", readRaw(at("f")));
+  EXPECT_FALSE(existsRaw(at("g")));
 }
 
 // Each function's table: the Windows error its system call fails with and
