@@ -147,10 +147,8 @@ TEST_F(ZBFileDescriptorTest, SeekAndSize) {
   EXPECT_EQ(0, ZBFileDescriptorGetSize(fd, &size));
   EXPECT_EQ(10, size);
   EXPECT_EQ(ZBErrorInvalidArgument, ZBFileDescriptorGetSize(fd, nullptr));
-  ScopedSystemCall failing(gSystemCalls.GetFileSizeEx, [](HANDLE, PLARGE_INTEGER) -> BOOL {
-    SetLastError(ERROR_ACCESS_DENIED);
-    return FALSE;
-  });
+  zbtest::gInjectedError = ERROR_ACCESS_DENIED;
+  ZBTEST_FAIL(GetFileSizeEx, FALSE);
   EXPECT_EQ(ZBErrorInvalidHandle, ZBFileDescriptorGetSize(fd, &size)); // not a mapped error
   EXPECT_EQ(0, ZBFileDescriptorClose(fd));
 }
@@ -183,15 +181,10 @@ TEST_F(ZBFileDescriptorTest, TruncateKeepsOrMovesThePosition) {
   }
   ZBFileDescriptor fd = open("t", 2);
   EXPECT_EQ(ZBErrorInvalidArgument, ZBFileDescriptorTruncate(fd, -1));
-  ScopedSystemCall refused(gSystemCalls.SetFileInformationByHandle,
-                           [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) -> BOOL {
-                             SetLastError(ERROR_INVALID_PARAMETER);
-                             return FALSE;
-                           });
-  ScopedSystemCall noEnd(gSystemCalls.SetEndOfFile, [](HANDLE) -> BOOL {
-    SetLastError(ERROR_DISK_FULL);
-    return FALSE;
-  });
+  zbtest::gInjectedError = ERROR_INVALID_PARAMETER;
+  ZBTEST_FAIL(SetFileInformationByHandle, FALSE);
+  zbtest::gInjectedError = ERROR_DISK_FULL;
+  ZBTEST_FAIL(SetEndOfFile, FALSE);
   EXPECT_EQ(ZBErrorIO, ZBFileDescriptorTruncate(fd, 4));
   EXPECT_EQ(0, ZBFileDescriptorClose(fd));
 }
@@ -369,11 +362,8 @@ TEST_F(ZBFileDescriptorTest, TimesRoundTripAtTickResolution) {
   ASSERT_EQ(0, ZBFileDescriptorGetInfo(fd, &info, 2));
   EXPECT_GT(info.modificationTime, before);
   EXPECT_EQ(info.accessTime, info.modificationTime);
-  ScopedSystemCall refused(gSystemCalls.SetFileTime,
-                           [](HANDLE, const FILETIME *, const FILETIME *, const FILETIME *) -> BOOL {
-                             SetLastError(ERROR_WRITE_PROTECT);
-                             return FALSE;
-                           });
+  zbtest::gInjectedError = ERROR_WRITE_PROTECT;
+  ZBTEST_FAIL(SetFileTime, FALSE);
   EXPECT_EQ(ZBErrorReadOnlyFileSystem, ZBFileDescriptorSetHRTimes(fd, nullptr, &access, nullptr));
   EXPECT_NE(std::string::npos, zbtest::logRing().find("SetFileTime failed with zb error: -14"));
   EXPECT_EQ(0, ZBFileDescriptorClose(fd));
@@ -402,11 +392,8 @@ TEST_F(ZBFileDescriptorTest, CloseOnExecIsTheInverseOfInheritance) {
   EXPECT_FALSE(flag);
   EXPECT_EQ(0, ZBFileDescriptorSynchronize(duplicate));
   {
-    ScopedSystemCall refused(gSystemCalls.DuplicateHandle,
-                             [](HANDLE, HANDLE, HANDLE, LPHANDLE, DWORD, BOOL, DWORD) -> BOOL {
-                               SetLastError(ERROR_TOO_MANY_OPEN_FILES);
-                               return FALSE;
-                             });
+    zbtest::gInjectedError = ERROR_TOO_MANY_OPEN_FILES;
+  ZBTEST_FAIL(DuplicateHandle, FALSE);
     ZBFileDescriptor unused = 0;
     EXPECT_EQ(ZBErrorGeneric, ZBFileDescriptorDuplicate(inherited, false, &unused));
     EXPECT_EQ(0u, unused);
@@ -528,28 +515,20 @@ TEST(ZBFileDescriptorUnsupported, AnswerTheirFixedValues) {
 }
 
 TEST_F(ZBFileDescriptorTest, SystemErrorsAreMappedForOpenReadAndWrite) {
-  static DWORD injected;
-  ScopedSystemCall open(gSystemCalls.CreateFileW,
-                        [](LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
-                          SetLastError(injected);
-                          return INVALID_HANDLE_VALUE;
-                        });
+  ZBTEST_FAIL(CreateFileW, INVALID_HANDLE_VALUE);
   ScopedSystemCall read(gSystemCalls.ReadFile, [](HANDLE, LPVOID, DWORD, LPDWORD bytes, LPOVERLAPPED) -> BOOL {
     *bytes = 2;
-    SetLastError(injected);
+    SetLastError(zbtest::gInjectedError);
     return FALSE;
   });
-  ScopedSystemCall write(gSystemCalls.WriteFile, [](HANDLE, LPCVOID, DWORD, LPDWORD, LPOVERLAPPED) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
+  ZBTEST_FAIL(WriteFile, FALSE);
   HANDLE real = CreateFileW(zbtest::longPath(at("e")).c_str(), GENERIC_READ | GENERIC_WRITE, 0,
                             nullptr, CREATE_ALWAYS, 0, nullptr);
   ASSERT_NE(INVALID_HANDLE_VALUE, real);
   const ZBFileDescriptor fd = zb::file::descriptorOf(real);
   char buffer[4];
   for (DWORD error : {2u, 5u, 32u, 80u, 112u, 123u, 206u, 1234u}) {
-    injected = error;
+    zbtest::gInjectedError = error;
     ZBFileDescriptor out = 9;
     EXPECT_EQ(__ZBIOErrorFromWinError(error), ZBFileDescriptorOpen(at("e").c_str(), 2, 0644, &out));
     EXPECT_EQ(0u, out);
@@ -557,7 +536,7 @@ TEST_F(ZBFileDescriptorTest, SystemErrorsAreMappedForOpenReadAndWrite) {
     EXPECT_EQ(__ZBIOErrorFromWinError(error), ZBFileDescriptorRead(fd, buffer, 4, &count));
     EXPECT_EQ(__ZBIOErrorFromWinError(error), ZBFileDescriptorWrite(fd, "abcd", 4, &count));
   }
-  injected = ERROR_HANDLE_EOF; // the end of the file is a read of what there was
+  zbtest::gInjectedError = ERROR_HANDLE_EOF; // the end of the file is a read of what there was
   uint32_t count = 0;
   EXPECT_EQ(0, ZBFileDescriptorRead(fd, buffer, 4, &count));
   EXPECT_EQ(2u, count);
@@ -566,30 +545,13 @@ TEST_F(ZBFileDescriptorTest, SystemErrorsAreMappedForOpenReadAndWrite) {
 
 TEST_F(ZBFileDescriptorTest, HandleCallsMapTheirSystemErrors) {
   ZBFileDescriptor fd = open("h", 2 | 4);
-  static DWORD injected;
-  ScopedSystemCall seek(gSystemCalls.SetFilePointerEx, [](HANDLE, LARGE_INTEGER, PLARGE_INTEGER, DWORD) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
-  ScopedSystemCall flush(gSystemCalls.FlushFileBuffers, [](HANDLE) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
-  ScopedSystemCall setFlags(gSystemCalls.SetHandleInformation, [](HANDLE, DWORD, DWORD) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
-  ScopedSystemCall getFlags(gSystemCalls.GetHandleInformation, [](HANDLE, LPDWORD) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
-  ScopedSystemCall basic(gSystemCalls.GetFileInformationByHandleEx,
-                         [](HANDLE, FILE_INFO_BY_HANDLE_CLASS, LPVOID, DWORD) -> BOOL {
-                           SetLastError(injected);
-                           return FALSE;
-                         });
+  ZBTEST_FAIL(SetFilePointerEx, FALSE);
+  ZBTEST_FAIL(FlushFileBuffers, FALSE);
+  ZBTEST_FAIL(SetHandleInformation, FALSE);
+  ZBTEST_FAIL(GetHandleInformation, FALSE);
+  ZBTEST_FAIL(GetFileInformationByHandleEx, FALSE);
   for (DWORD error : {5u, 19u, 112u, 1234u}) {
-    injected = error;
+    zbtest::gInjectedError = error;
     const ZBError mapped = __ZBIOErrorFromWinError(error);
     int64_t where = 0;
     bool flag = false;
@@ -679,18 +641,14 @@ TEST_F(ZBFileDescriptorTest, MapsOfAWrittenFile) {
   }
   EXPECT_EQ(ZBErrorInvalidArgument, ZBMmapCreateWithFD(fd, 0, 10, 1, nullptr));
 
-  static DWORD injected;
-  ScopedSystemCall view(gSystemCalls.MapViewOfFileFromApp, [](HANDLE, ULONG, ULONG64, SIZE_T) -> PVOID {
-    SetLastError(injected);
-    return nullptr;
-  });
+  ZBTEST_FAIL(MapViewOfFileFromApp, static_cast<PVOID>(nullptr));
   const struct {
     DWORD error;
     ZBError result;
   } errors[] = {{0, -1},   {3, -4},   {15, -4},    {5, -8},   {8, -2},   {14, -2}, {19, -14},
                 {80, -5},  {145, -33}, {4307, -33}, {148, -17}, {2, -100}, {32, -100}};
   for (const auto &e : errors) {
-    injected = e.error;
+    zbtest::gInjectedError = e.error;
     ZBMmap *map = nullptr;
     EXPECT_EQ(e.result, ZBMmapCreateWithFD(fd, 0, 10, 1, &map)) << e.error;
   }

@@ -6,11 +6,28 @@
 
 #include <gtest/gtest.h>
 
+#include "ZBSystemCallInjection.h"
+
 #include <winsock2.h>
 #include <windows.h>
 
 #include <atomic>
 #include <string>
+
+namespace zbtest {
+
+// The error the calls failed by ZBTEST_FAIL report; set it before the call.
+inline DWORD gInjectedError = 0;
+
+} // namespace zbtest
+
+// Makes the system-call table's `entry` fail with zbtest::gInjectedError and
+// answer `failure` while the enclosing scope lasts.
+#define ZBTEST_FAIL(entry, failure)                                                    \
+  zb::test::ScopedSystemCall failing##entry(zb::gSystemCalls.entry, [](auto...) {      \
+    SetLastError(zbtest::gInjectedError);                                              \
+    return failure;                                                                    \
+  })
 
 namespace zbtest {
 

@@ -235,10 +235,8 @@ TEST_F(ZBFileTest, RecursiveRemoveOfATreeWithReadOnlyFiles) {
   // A file that cannot be removed stops the removal and is reported.
   ASSERT_EQ(0, ZBDirectoryCreateNested(at("u/v").c_str(), 0755, 0755));
   ASSERT_TRUE(writeRaw(at("u/v/busy"), "x"));
-  ScopedSystemCall busy(gSystemCalls.DeleteFileW, [](LPCWSTR) -> BOOL {
-    SetLastError(ERROR_SHARING_VIOLATION);
-    return FALSE;
-  });
+  zbtest::gInjectedError = ERROR_SHARING_VIOLATION;
+  ZBTEST_FAIL(DeleteFileW, FALSE);
   EXPECT_EQ(ZBErrorDirectoryNotEmpty, ZBDirectoryRemoveRecursive(at("u").c_str()));
   EXPECT_TRUE(existsRaw(at("u/v/busy")));
   EXPECT_NE(std::string::npos, zbtest::logRing().find("busy, err: -17"));
@@ -431,37 +429,24 @@ constexpr Row kTable[] = {
 };
 
 TEST_F(ZBFileTest, ErrorTablesRowByRow) {
-  static DWORD injected;
-  ScopedSystemCall create(gSystemCalls.CreateDirectoryW, [](LPCWSTR, LPSECURITY_ATTRIBUTES) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
-  ScopedSystemCall removeDirectory(gSystemCalls.RemoveDirectoryW, [](LPCWSTR) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
-  ScopedSystemCall removeFile(gSystemCalls.DeleteFileW, [](LPCWSTR) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
-  ScopedSystemCall move(gSystemCalls.MoveFileExW, [](LPCWSTR, LPCWSTR, DWORD) -> BOOL {
-    SetLastError(injected);
-    return FALSE;
-  });
+  ZBTEST_FAIL(CreateDirectoryW, FALSE);
+  ZBTEST_FAIL(RemoveDirectoryW, FALSE);
+  ZBTEST_FAIL(DeleteFileW, FALSE);
+  ZBTEST_FAIL(MoveFileExW, FALSE);
   ASSERT_TRUE(writeRaw(at("f"), "x"));
   ASSERT_TRUE(zbtest::makeDirectoryRaw(at("d")));
   for (const Row &row : kTable) {
-    injected = row.error;
+    zbtest::gInjectedError = row.error;
     EXPECT_EQ(row.create, ZBDirectoryCreate(at("d/new").c_str(), 0755)) << row.error;
     EXPECT_EQ(row.removeDirectory, ZBDirectoryRemove(at("d").c_str())) << row.error;
     EXPECT_EQ(row.removeFile, ZBFileRemove(at("f").c_str())) << row.error;
     EXPECT_EQ(row.move, ZBFileMove(at("f").c_str(), at("g").c_str(), 0)) << row.error;
   }
   // Access denied on a directory path is "is a directory" for a file removal.
-  injected = ERROR_ACCESS_DENIED;
+  zbtest::gInjectedError = ERROR_ACCESS_DENIED;
   EXPECT_EQ(ZBErrorIsDirectory, ZBFileRemove(at("d").c_str()));
   // Path not found on creation walks up instead of mapping.
-  injected = ERROR_PATH_NOT_FOUND;
+  zbtest::gInjectedError = ERROR_PATH_NOT_FOUND;
   EXPECT_EQ(ZBErrorFileNotFound, ZBDirectoryCreate(at("d/new").c_str(), 0755));
   EXPECT_EQ(ZBErrorNotDirectory, ZBDirectoryCreate(at("f/new").c_str(), 0755));
   EXPECT_EQ("x", readRaw(at("f")));
