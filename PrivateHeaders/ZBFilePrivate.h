@@ -47,9 +47,6 @@ private:
   ZBWChar *text_ = nullptr;
 };
 
-// The path with a "/" before a drive letter and ":" dropped.
-const char *withoutSlashBeforeDrive(const char *path) noexcept;
-
 // A descriptor closed when the holder goes (unless released).
 class ScopedDescriptor {
 public:
@@ -129,10 +126,16 @@ constexpr char temporaryDirectoryCharacter(uint32_t c) {
   return static_cast<char>(c <= 9 ? '0' + c : c <= 34 ? 'A' + c % 26 : 'a' + c % 26);
 }
 
-// The directory test of a path: 0 for a directory, ZBErrorNotDirectory for
-// anything else; when the attributes cannot be read, 0 for access denied
-// (a directory that refuses us exists), else the mapped error.
-ZBError existsAndIsDirectory(const wchar_t *ntPath) noexcept;
+// One removal with the read-only retry: `remove` (a system-call table
+// entry) runs; when it is refused with access denied and the path is
+// read-only, the attribute is cleared and it runs once more.
+struct Removal {
+  DWORD firstError = 0;                       // of the first try; 0 when it worked
+  DWORD error = 0;                            // of the last try; 0 when it worked
+  DWORD attributes = INVALID_FILE_ATTRIBUTES; // as read after access denied
+  bool clearRefused = false;                  // the attribute could not be cleared
+};
+Removal removeClearingReadOnly(const wchar_t *ntPath, BOOL(WINAPI *remove)(LPCWSTR)) noexcept;
 
 // Opens an NT path with the open flags and mode of ZBFileDescriptorOpen.
 ZBError openNT(const wchar_t *ntPath, uint32_t flags, uint16_t mode,

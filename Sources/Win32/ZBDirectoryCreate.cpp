@@ -4,10 +4,11 @@
 
 #include "ZBErrorMapping.h"
 #include "ZBFilePrivate.h"
+#include "ZBPath.h"
 #include "ZBSystemCalls.h"
 
-#include <string>
-#include <vector>
+#include <cwchar>
+#include <memory>
 
 using namespace zb::file;
 
@@ -39,49 +40,16 @@ ZBError errorOfMissingParent(wchar_t *ntPath) {
   return ZBErrorFileNotFound;
 }
 
-// The path's components, each with everything before it: "C:/a/b" gives
-// "C:/", "C:/a", "C:/a/b". Empty components are skipped; a drive keeps its
-// root ("C:" alone would be the drive's current directory).
-std::vector<std::string> prefixesOf(const char *path) {
-  std::vector<std::string> prefixes;
-  std::string prefix = (path[0] == '/' || path[0] == '\\') ? "/" : "";
-  for (const char *at = path; *at != '\0';) {
-    const char *end = at;
-    while (*end != '\0' && *end != '/' && *end != '\\')
-      ++end;
-    if (end != at) {
-      if (!prefix.empty() && prefix.back() != '/')
-        prefix += '/';
-      prefix.append(at, end);
-      if (prefixes.empty() && end - at == 2 && at[1] == ':')
-        prefix += '/';
-      prefixes.push_back(prefix);
-    }
-    at = *end != '\0' ? end + 1 : end;
-  }
-  return prefixes;
-}
-
-ZBError pathIsDirectory(const char *path) {
-  NTPath ntPath(path);
-  if (ntPath.get() == nullptr)
-    return ZBErrorNoMemory;
-  return existsAndIsDirectory(ntPath.get());
-}
+// Owners of the parsed path and of its written-back prefixes.
+struct TextDeleter {
+  void operator()(char *text) const { _ZBFree(text); }
+};
+using Text = std::unique_ptr<char, TextDeleter>;
+struct InfoDeleter {
+  void operator()(ZBPathInfo *info) const { ZBPathInfoFree(info); }
+};
 
 } // namespace
-
-namespace zb::file {
-
-ZBError existsAndIsDirectory(const wchar_t *ntPath) noexcept {
-  const DWORD attributes = zb::gSystemCalls.GetFileAttributesW(ntPath);
-  if (attributes != INVALID_FILE_ATTRIBUTES)
-    return (attributes & FILE_ATTRIBUTE_DIRECTORY) ? ZBErrorNone : ZBErrorNotDirectory;
-  const DWORD error = GetLastError();
-  return error == ERROR_ACCESS_DENIED ? ZBErrorNone : __ZBIOErrorFromWinError(error);
-}
-
-} // namespace zb::file
 
 extern "C" ZBError ZBDirectoryCreate(const char *path, uint16_t mode) noexcept {
   if (path == nullptr || path[0] == '\0')
@@ -98,7 +66,7 @@ extern "C" ZBError ZBDirectoryCreate(const char *path, uint16_t mode) noexcept {
   if ((mode & 0200) == 0) {
     const DWORD attributes = zb::gSystemCalls.GetFileAttributesW(ntPath.get());
     if (attributes != INVALID_FILE_ATTRIBUTES)
-      SetFileAttributesW(ntPath.get(), attributes | FILE_ATTRIBUTE_READONLY);
+      zb::gSystemCalls.SetFileAttributesW(ntPath.get(), attributes | FILE_ATTRIBUTE_READONLY);
   }
   return ZBErrorNone;
 }
@@ -107,21 +75,26 @@ extern "C" ZBError ZBDirectoryCreateNested(const char *path, uint16_t mode,
                                            uint16_t intermediateMode) noexcept {
   if (path == nullptr || path[0] == '\0')
     return ZBErrorInvalidArgument;
-  const std::vector<std::string> prefixes = prefixesOf(path);
+  const std::unique_ptr<ZBPathInfo, InfoDeleter> info(ZBPathInfoCreate(path, false));
+  if (info == nullptr)
+    return ZBErrorGeneric;
+  const int32_t count = ZBPathInfoGetComponentCount(info.get());
   ZBError result = ZBErrorNone;
-  for (size_t index = 0; index < prefixes.size(); ++index) {
-    const char *prefix = prefixes[index].c_str();
-    result = pathIsDirectory(prefix);
+  for (int32_t k = 1; k <= count; ++k) {
+    const Text prefix(ZBPathInfoCopyComponentsReconstructingWithStyle(info.get(),
+                                                                      ZBPathStylePOSIX, k));
+    if (prefix == nullptr)
+      return ZBErrorNoMemory;
+    result = ZBPathExistsAndIsDir(prefix.get());
     if (result == ZBErrorNone)
       continue;
     if (result != ZBErrorFileNotFound)
       return result;
-    const bool last = index + 1 == prefixes.size();
-    result = ZBDirectoryCreate(prefix, (last ? mode : intermediateMode) & 0777);
+    result = ZBDirectoryCreate(prefix.get(), (k == count ? mode : intermediateMode) & 0777);
     // Access denied on a directory in between is tolerated: it may exist
     // where we may not look. One created meanwhile is fine if it is one.
     if (result == ZBErrorFileExists)
-      result = pathIsDirectory(prefix);
+      result = ZBPathExistsAndIsDir(prefix.get());
     if (result != ZBErrorNone && result != ZBErrorAccessDenied)
       return result;
   }

@@ -57,22 +57,14 @@ extern "C" ZBError ZBDirectoryRemove(const char *path) noexcept {
   NTPath ntPath(path);
   if (ntPath.get() == nullptr)
     return ZBErrorNoMemory;
-  if (zb::gSystemCalls.RemoveDirectoryW(ntPath.get()))
+  const Removal removal = removeClearingReadOnly(ntPath.get(), zb::gSystemCalls.RemoveDirectoryW);
+  if (removal.firstError == 0)
     return ZBErrorNone;
-  DWORD error = GetLastError();
   ZB_LOG_AT(ZBLogLevelError, "_ZBDirectoryRemoveW", __FILE__, __LINE__,
-            "failed to remove directory %S, %d", ntPath.get(), static_cast<int>(error));
-  if (error == ERROR_ACCESS_DENIED) {
-    const DWORD attributes = zb::gSystemCalls.GetFileAttributesW(ntPath.get());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY)) {
-      if (!SetFileAttributesW(ntPath.get(), attributes & ~FILE_ATTRIBUTE_READONLY))
-        return ZBErrorAccessDenied;
-      if (zb::gSystemCalls.RemoveDirectoryW(ntPath.get()))
-        return ZBErrorNone;
-      error = GetLastError();
-    }
-  }
-  return mapError(kRemoveErrors, error);
+            "failed to remove directory %S, %d", ntPath.get(), static_cast<int>(removal.firstError));
+  if (removal.clearRefused)
+    return ZBErrorAccessDenied;
+  return removal.error == 0 ? ZBErrorNone : mapError(kRemoveErrors, removal.error);
 }
 
 extern "C" ZBError ZBDirectoryRemoveRecursive(const char *path) noexcept {

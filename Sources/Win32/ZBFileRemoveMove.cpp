@@ -34,24 +34,16 @@ extern "C" ZBError ZBFileRemove(const char *path) noexcept {
   NTPath ntPath(path);
   if (ntPath.get() == nullptr)
     return ZBErrorNoMemory;
-  if (zb::gSystemCalls.DeleteFileW(ntPath.get()))
+  const Removal removal = removeClearingReadOnly(ntPath.get(), zb::gSystemCalls.DeleteFileW);
+  const DWORD error = removal.error;
+  if (error == 0)
     return ZBErrorNone;
-  DWORD error = GetLastError();
-  DWORD attributes = INVALID_FILE_ATTRIBUTES;
-  if (error == ERROR_ACCESS_DENIED) {
-    attributes = zb::gSystemCalls.GetFileAttributesW(ntPath.get());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) &&
-        SetFileAttributesW(ntPath.get(), attributes & ~FILE_ATTRIBUTE_READONLY)) {
-      if (zb::gSystemCalls.DeleteFileW(ntPath.get()))
-        return ZBErrorNone;
-      error = GetLastError();
-    }
-  }
   if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
     ZB_LOG_AT(ZBLogLevelError, "_ZBFileRemove", __FILE__, __LINE__,
               "failed to delete file %S, %d", ntPath.get(), static_cast<int>(error));
   if (error == ERROR_ACCESS_DENIED)
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY)
+    return removal.attributes != INVALID_FILE_ATTRIBUTES &&
+                   (removal.attributes & FILE_ATTRIBUTE_DIRECTORY)
                ? ZBErrorIsDirectory
                : ZBErrorAccessDenied;
   return mapError(kRemoveErrors, error);

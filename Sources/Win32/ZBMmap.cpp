@@ -96,9 +96,11 @@ constexpr ErrorRow kMapErrors[] = {
 
 extern "C" ZBError ZBMmapCreateWithFD(ZBFileDescriptor fd, int64_t offset, uint32_t length,
                                       uint32_t flags, ZBMmap **outMap) noexcept {
-  if (outMap == nullptr || length == 0 || !isValid(fd))
+  if (outMap == nullptr)
     return ZBErrorInvalidArgument;
   *outMap = nullptr;
+  if (length == 0 || !isValid(fd))
+    return ZBErrorInvalidArgument;
   const uint32_t protection = flags & kProtectionMask;
   const bool shared = (flags & ZBMmapShared) != 0;
   const DWORD access = viewAccess(protection, shared);

@@ -255,8 +255,10 @@ extern "C" char *ZBPathCopyResolvedSymbolicLink(const char *path) noexcept {
     return nullptr;
   const DWORD flags = FILE_NAME_NORMALIZED | VOLUME_NAME_DOS;
   const DWORD needed = GetFinalPathNameByHandleW(file.get(), nullptr, 0, flags);
+  // Wine answers ERROR_MORE_DATA for every final name beyond 260
+  // characters; the full path of what was just opened stands in for it.
   if (needed == 0)
-    return nullptr;
+    return ZBPathCopyExpandedPath(path);
   std::unique_ptr<wchar_t[]> final(new (std::nothrow) wchar_t[needed + 1]);
   if (!final)
     return nullptr;
