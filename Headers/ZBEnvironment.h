@@ -6,6 +6,11 @@
  * environment of the process; the host adds to it with ZBEnvironmentSetEnv
  * and ZBEnvironmentPutEnv. Setting a variable whose name begins "ZBLOG_"
  * reconfigures logging at once.
+ *
+ * Beside the variables it holds the host's identity (host name, bundle
+ * identifier), the application's directories (home, caches, temporary, and
+ * the library's private ones; every directory path ends with "/") and the
+ * source of cryptographically strong random bytes.
  */
 #ifndef ZENBOR_ZBENVIRONMENT_H
 #define ZENBOR_ZBENVIRONMENT_H
