@@ -271,8 +271,8 @@ ZB_EXPORT bool ZBPathIsDirectory(const char *path) ZB_NOEXCEPT;
  * 0 when `path` names a directory (or the system denies access to it),
  * ZBErrorNotDirectory when it names something else; otherwise the system's
  * error mapped as for files (ZBErrorFileNotFound, ...; errors other than
- * "file not found" are logged). ZBErrorInvalidArgument for a null path,
- * ZBErrorNoMemory when the path cannot be converted.
+ * "file not found" are logged). ZBErrorInvalidArgument for an absent or
+ * empty path, ZBErrorNoMemory when the path cannot be converted.
  */
 ZB_EXPORT ZBError ZBPathExistsAndIsDir(const char *path) ZB_NOEXCEPT;
 /**

@@ -166,6 +166,7 @@ TEST_F(ZBPathSystemTest, AnswersAboutRealFilesAndDirectories) {
   EXPECT_FALSE(ZBPathExists(""));
   EXPECT_FALSE(ZBPathIsDirectory(""));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathExistsAndIsDir(nullptr));
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBPathExistsAndIsDir(""));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathTestAccess("", ZBPathAccessExists));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathChangeMode(nullptr, 0644));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathCopySymbolicLinkWithError("", &copy));
