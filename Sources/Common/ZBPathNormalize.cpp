@@ -4,27 +4,39 @@
 // never longer than the input except for the "." of an emptied path.
 #include "ZBPathInfoRecord.h"
 
+#include <initializer_list>
+
 using zb::path::isDOSSeparator;
 using zb::path::startsWithDrive;
 
 namespace {
 
-// A component character that DOS file names cannot hold becomes "-".
-char dosComponentCharacter(char c) {
-  switch (c) {
-  case '/': case '?': case '*': case ':': case '<': case '>': case '|':
-    return '-';
-  default:
-    return c;
+// Character classes, one table lookup per character: what ends a component
+// in the POSIX and URL styles ("/" and the end of the text) and in DOS ("/",
+// backslash and the end), and the characters DOS file names cannot hold,
+// which become "-".
+enum : uint8_t { kEndsPOSIX = 1, kEndsDOS = 2, kReplacedInDOS = 4 };
+
+struct CharacterClasses {
+  uint8_t of[256] = {};
+  constexpr CharacterClasses() {
+    of[0] = kEndsPOSIX | kEndsDOS;
+    of[static_cast<uint8_t>('/')] = kEndsPOSIX | kEndsDOS;
+    of[static_cast<uint8_t>('\\')] = kEndsDOS;
+    for (char c : {'?', '*', ':', '<', '>', '|'})
+      of[static_cast<uint8_t>(c)] = kReplacedInDOS;
   }
-}
+};
+constexpr CharacterClasses kClasses;
+
+uint8_t classOf(char c) { return kClasses.of[static_cast<uint8_t>(c)]; }
 
 class Normalizer {
 public:
   Normalizer(ZBPathStyle style, const char *source, char *destination, size_t size)
       : dos_(style == ZBPathStyleDOS), url_(style == ZBPathStyleFileURL),
-        separator_(dos_ ? '\\' : '/'), source_(source), cursor_(source), out_(destination),
-        size_(size) {}
+        separator_(dos_ ? '\\' : '/'), ends_(dos_ ? kEndsDOS : kEndsPOSIX), source_(source),
+        cursor_(source), out_(destination), size_(size) {}
 
   bool run() {
     if (!prefix() || !root())
@@ -33,13 +45,14 @@ public:
     bool endsWithSeparator = false;
     while (*cursor_ != '\0') {
       const char *start = cursor_;
-      while (*cursor_ != '\0' && !isSeparator(*cursor_))
-        ++cursor_;
-      const size_t componentLength = static_cast<size_t>(cursor_ - start);
-      endsWithSeparator = isSeparator(*cursor_);
+      const char *end = start;
+      while ((classOf(*end) & ends_) == 0)
+        ++end;
+      endsWithSeparator = *end != '\0';
+      cursor_ = end;
       while (isSeparator(*cursor_))
         ++cursor_;
-      if (!component(start, componentLength))
+      if (!component(start, static_cast<size_t>(end - start)))
         return false;
     }
     if (endsWithSeparator && length_ > rootEnd_ && !put(separator_))
@@ -50,7 +63,7 @@ public:
   }
 
 private:
-  bool isSeparator(char c) const { return dos_ ? isDOSSeparator(c) : c == '/'; }
+  bool isSeparator(char c) const { return c != '\0' && (classOf(c) & ends_) != 0; }
 
   bool put(char c) {
     if (length_ + 1 >= size_)
@@ -140,17 +153,29 @@ private:
       if (rooted_)
         return true; // nothing above a root
     }
-    if (length_ > rootEnd_ && !put(separator_))
+    // One bounds check per component; the copy may overlap when the source
+    // is the destination, always from a later place to an earlier one.
+    const bool separated = length_ > rootEnd_;
+    const size_t needed = (separated ? 1 : 0) + length;
+    if (length_ + needed >= size_)
       return false;
-    for (size_t index = 0; index < length; ++index)
-      if (!put(dos_ ? dosComponentCharacter(text[index]) : text[index]))
-        return false;
+    char *out = out_ + length_;
+    if (separated)
+      *out++ = separator_;
+    if (dos_) {
+      for (size_t index = 0; index < length; ++index)
+        out[index] = (classOf(text[index]) & kReplacedInDOS) != 0 ? '-' : text[index];
+    } else {
+      std::memmove(out, text, length);
+    }
+    length_ += needed;
     return true;
   }
 
   const bool dos_;
   const bool url_;
   const char separator_;
+  const uint8_t ends_;
   const char *const source_;
   const char *cursor_;
   char *const out_;
