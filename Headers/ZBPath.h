@@ -227,8 +227,8 @@ ZB_EXPORT char *ZBPathCopyBaseName(const char *path) ZB_NOEXCEPT;
 /**
  * The wide form of `path` that Windows file calls take. A "\\?\" path is
  * kept as it is; an absolute path ("/..." or "X:/...") is normalised in DOS
- * style and prefixed with "\\?\", so it may exceed 260 characters; any other
- * path (relative, UNC) is only widened. Null for a null path, text that is
+ * style, and one with a drive is prefixed with "\\?\", so it may exceed 260
+ * characters; any other path (relative, "\\server") is only widened. Null for a null path, text that is
  * not UTF-8 (Latin-1 bytes are read as such), a failed normalisation
  * (logged as an Error) or no memory.
  */
@@ -271,8 +271,8 @@ ZB_EXPORT bool ZBPathIsDirectory(const char *path) ZB_NOEXCEPT;
  * 0 when `path` names a directory (or the system denies access to it),
  * ZBErrorNotDirectory when it names something else; otherwise the system's
  * error mapped as for files (ZBErrorFileNotFound, ...; errors other than
- * "file not found" are logged). ZBErrorInvalidArgument for a null path,
- * ZBErrorNoMemory when the path cannot be converted.
+ * "file not found" are logged). ZBErrorInvalidArgument for an absent or
+ * empty path, ZBErrorNoMemory when the path cannot be converted.
  */
 ZB_EXPORT ZBError ZBPathExistsAndIsDir(const char *path) ZB_NOEXCEPT;
 /**

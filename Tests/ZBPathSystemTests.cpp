@@ -166,6 +166,7 @@ TEST_F(ZBPathSystemTest, AnswersAboutRealFilesAndDirectories) {
   EXPECT_FALSE(ZBPathExists(""));
   EXPECT_FALSE(ZBPathIsDirectory(""));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathExistsAndIsDir(nullptr));
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBPathExistsAndIsDir(""));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathTestAccess("", ZBPathAccessExists));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathChangeMode(nullptr, 0644));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathCopySymbolicLinkWithError("", &copy));
@@ -289,49 +290,45 @@ TEST_F(ZBPathSystemTest, CurrentAbsoluteAndExpandedPaths) {
   EXPECT_EQ(nullptr, ZBPathCopyExpandedPath(nullptr));
 }
 
-// The system's answers that bound the current and expanded paths.
+// The length the injected directory calls answer, with "C:\\ddd..." written
+// when it fits the caller's buffer.
+DWORD gAnswer = 0;
+
+DWORD answerInto(DWORD size, LPWSTR buffer) {
+  if (gAnswer > 0 && gAnswer < size) {
+    std::fill(buffer, buffer + gAnswer, L'd');
+    std::copy_n(L"C:\\", 3, buffer);
+    buffer[gAnswer] = L'\0';
+  }
+  return gAnswer;
+}
+
+// The system's answers that bound the current directory (up to 2047 units)
+// and expanded paths (up to 2046).
 TEST(ZBPathSystemErrors, CurrentAndExpandedPathLimits) {
   struct Case {
     DWORD answer;
-    bool succeeds;
+    bool current;
+    bool expanded;
   };
-  static DWORD sAnswer = 0;
-  for (const Case &c : {Case{0, false}, Case{2047, true}, Case{2048, false}, Case{5000, false}}) {
+  const Case cases[] = {
+      {0, false, false},     {2046, true, true},    {2047, true, false},
+      {2048, false, false},  {9000, false, false},
+  };
+  zb::test::ScopedSystemCall current(
+      zb::gSystemCalls.GetCurrentDirectoryW,
+      [](DWORD size, LPWSTR buffer) { return answerInto(size, buffer); });
+  zb::test::ScopedSystemCall full(
+      zb::gSystemCalls.GetFullPathNameW,
+      [](LPCWSTR, DWORD size, LPWSTR buffer, LPWSTR *) { return answerInto(size, buffer); });
+  for (const Case &c : cases) {
     SCOPED_TRACE(c.answer);
-    sAnswer = c.answer;
-    zb::test::ScopedSystemCall current(
-        zb::gSystemCalls.GetCurrentDirectoryW, [](DWORD size, LPWSTR buffer) -> DWORD {
-          if (sAnswer > 0 && sAnswer < size) {
-            std::fill(buffer, buffer + sAnswer, L'd');
-            std::copy_n(L"C:\\", 3, buffer);
-            buffer[sAnswer] = L'\0';
-          }
-          return sAnswer;
-        });
-    char *text = ZBPathCopyCurrent();
-    EXPECT_EQ(c.succeeds, text != nullptr);
-    if (text != nullptr) { // "C:\ddd..." comes back as "C:/ddd...", as long
-      EXPECT_EQ(sAnswer, std::strlen(text));
-    }
-    _ZBFree(text);
-  }
-  // Expanded paths of 2047 units and more are refused.
-  for (const Case &c : {Case{0, false}, Case{2046, true}, Case{2047, false}, Case{9000, false}}) {
-    SCOPED_TRACE(c.answer);
-    sAnswer = c.answer;
-    zb::test::ScopedSystemCall full(
-        zb::gSystemCalls.GetFullPathNameW,
-        [](LPCWSTR, DWORD size, LPWSTR buffer, LPWSTR *) -> DWORD {
-          if (sAnswer > 0 && sAnswer < size) {
-            std::fill(buffer, buffer + sAnswer, L'e');
-            std::copy_n(L"C:\\", 3, buffer);
-            buffer[sAnswer] = L'\0';
-          }
-          return sAnswer;
-        });
-    char *text = ZBPathCopyExpandedPath("C:/x");
-    EXPECT_EQ(c.succeeds, text != nullptr);
-    _ZBFree(text);
+    gAnswer = c.answer;
+    // "C:\\ddd..." comes back as "C:/ddd...", as long.
+    const std::optional<std::string> text = take(ZBPathCopyCurrent());
+    EXPECT_EQ(c.current, text.has_value());
+    EXPECT_EQ(c.current ? c.answer : 0u, text.value_or("").size());
+    EXPECT_EQ(c.expanded, take(ZBPathCopyExpandedPath("C:/x")).has_value());
   }
 }
 

@@ -492,7 +492,8 @@ TEST(ZBPath, CopyNTMakesTheLongPathForm) {
       {"rel/x", u"rel/x"},
       {"\\\\?\\C:\\x/./y", u"\\\\?\\C:\\x/./y"}, // already in the form: as it is
       {"\\\\srv\\share\\f", u"\\\\srv\\share\\f"},
-      {"/a/b", u"\\\\?\\\\a\\b"},
+      {"/a/b", u"\\a\\b"},                      // no drive: resolved by the system
+      {"//srv/share/./f", u"\\\\srv\\share\\f"}, // UNC, normalised
       {"C:/caf\xC3\xA9/\xE6\x97\xA5", u"\\\\?\\C:\\caf\u00E9\\\u65E5"},
       {"C:/Latin\xE9", u"\\\\?\\C:\\Latin\u00E9"}, // a lone Latin-1 byte reads as such
       {"C:/bad\x80", std::nullopt},

@@ -218,23 +218,28 @@ extern "C" ZBWChar *ZBPathCopyNT(const char *path) noexcept {
               path);
     return nullptr;
   }
+  // The long-path form needs a drive: a path rooted without one ("/tmp/x",
+  // "//server/share") goes as "\tmp\x" or "\\server\share", which the
+  // system resolves against the current drive, within 260 characters.
+  const size_t prefixLength =
+      zb::path::startsWithDrive(normalized.data()) ? kLongPathPrefixLength : 0;
   // UTF-8 never needs more UTF-16 units than it has bytes.
   const size_t normalizedLength = std::strlen(normalized.data());
-  const size_t capacity = kLongPathPrefixLength + normalizedLength;
+  const size_t capacity = prefixLength + normalizedLength;
   auto *wide = static_cast<ZBWChar *>(
       _ZBAllocWithZoneAndDesc(nullptr, (capacity + 1) * sizeof(ZBWChar), "ZBPathCopyNT"));
   if (wide == nullptr)
     return nullptr;
-  for (size_t index = 0; index < kLongPathPrefixLength; ++index)
+  for (size_t index = 0; index < prefixLength; ++index)
     wide[index] = static_cast<ZBWChar>(kLongPathPrefix[index]);
   size_t errors = 0;
-  const size_t units = ZBUTF8ToUTF16(wide + kLongPathPrefixLength, normalizedLength,
-                                     normalized.data(), normalizedLength,
-                                     ZBUTFFlagLatin1Fallback, &errors);
+  const size_t units =
+      ZBUTF8ToUTF16(wide + prefixLength, normalizedLength, normalized.data(), normalizedLength,
+                    ZBUTFFlagLatin1Fallback, &errors);
   if (errors != 0) {
     _ZBFreeWithZone(nullptr, wide);
     return nullptr;
   }
-  wide[kLongPathPrefixLength + units] = 0;
+  wide[prefixLength + units] = 0;
   return wide;
 }

@@ -57,7 +57,35 @@ ZBError attributeError(DWORD error, ZBError AttributeErrorRow::*column) {
   return ZBErrorGeneric;
 }
 
-bool isEmpty(const char *path) { return path == nullptr || path[0] == '\0'; }
+// The attributes of a library path, read once for the queries below.
+// `status` is ZBErrorInvalidArgument for an absent or empty path and
+// ZBErrorNoMemory when the path cannot be converted; otherwise the system was
+// asked, and `value` holds its answer or `error` its last error.
+struct Attributes {
+  ZBError status = ZBErrorNone;
+  DWORD value = INVALID_FILE_ATTRIBUTES;
+  DWORD error = ERROR_SUCCESS;
+  NTPath nt;
+
+  bool found() const { return status == ZBErrorNone && value != INVALID_FILE_ATTRIBUTES; }
+};
+
+Attributes readAttributes(const char *path) {
+  Attributes result;
+  if (path == nullptr || path[0] == '\0') {
+    result.status = ZBErrorInvalidArgument;
+    return result;
+  }
+  result.nt = fileSystemPath(path);
+  if (!result.nt) {
+    result.status = ZBErrorNoMemory;
+    return result;
+  }
+  result.value = gSystemCalls.GetFileAttributesW(result.nt.get());
+  if (result.value == INVALID_FILE_ATTRIBUTES)
+    result.error = GetLastError();
+  return result;
+}
 
 struct TextDeleter {
   void operator()(char *text) const noexcept { _ZBFreeWithZone(nullptr, text); }
@@ -143,78 +171,58 @@ extern "C" char *ZBPathCopyExpandedPath(const char *path) noexcept {
 }
 
 extern "C" ZBError ZBPathChangeMode(const char *path, uint16_t mode) noexcept {
-  if (isEmpty(path))
-    return ZBErrorInvalidArgument;
-  NTPath nt = fileSystemPath(path);
-  if (!nt)
-    return ZBErrorNoMemory;
-  const DWORD attributes = gSystemCalls.GetFileAttributesW(nt.get());
-  if (attributes == INVALID_FILE_ATTRIBUTES)
-    return attributeError(GetLastError(), &AttributeErrorRow::readForMode);
-  DWORD wanted = (mode & kWriteBits) != 0 ? attributes & ~FILE_ATTRIBUTE_READONLY
-                                          : attributes | FILE_ATTRIBUTE_READONLY;
+  const Attributes current = readAttributes(path);
+  if (current.status != ZBErrorNone)
+    return current.status;
+  if (!current.found())
+    return attributeError(current.error, &AttributeErrorRow::readForMode);
+  DWORD wanted = (mode & kWriteBits) != 0 ? current.value & ~FILE_ATTRIBUTE_READONLY
+                                          : current.value | FILE_ATTRIBUTE_READONLY;
   wanted &= kSettableAttributes;
   // 0 would mean "leave the attributes as they are".
   if (wanted == 0)
     wanted = FILE_ATTRIBUTE_NORMAL;
-  if (!gSystemCalls.SetFileAttributesW(nt.get(), wanted))
+  if (!gSystemCalls.SetFileAttributesW(current.nt.get(), wanted))
     return attributeError(GetLastError(), &AttributeErrorRow::writeForMode);
   return ZBErrorNone;
 }
 
 extern "C" bool ZBPathExists(const char *path) noexcept {
-  if (isEmpty(path))
-    return false;
-  NTPath nt = fileSystemPath(path);
-  if (!nt)
-    return false;
-  if (gSystemCalls.GetFileAttributesW(nt.get()) != INVALID_FILE_ATTRIBUTES)
-    return true;
-  // A path that cannot be described for any other reason counts as
-  // existing, deliberately.
-  const DWORD error = GetLastError();
-  return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
+  const Attributes current = readAttributes(path);
+  // A path that cannot be described for any other reason than its absence
+  // counts as existing, deliberately.
+  return current.status == ZBErrorNone && current.error != ERROR_FILE_NOT_FOUND &&
+         current.error != ERROR_PATH_NOT_FOUND;
 }
 
 extern "C" bool ZBPathIsDirectory(const char *path) noexcept {
-  if (isEmpty(path))
-    return false;
-  NTPath nt = fileSystemPath(path);
-  if (!nt)
-    return false;
-  const DWORD attributes = gSystemCalls.GetFileAttributesW(nt.get());
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  const Attributes current = readAttributes(path);
+  return current.found() && (current.value & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
 extern "C" ZBError ZBPathExistsAndIsDir(const char *path) noexcept {
-  if (path == nullptr)
-    return ZBErrorInvalidArgument;
-  NTPath nt = fileSystemPath(path);
-  if (!nt)
-    return ZBErrorNoMemory;
-  const DWORD attributes = gSystemCalls.GetFileAttributesW(nt.get());
-  if (attributes != INVALID_FILE_ATTRIBUTES)
-    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? ZBErrorNone : ZBErrorNotDirectory;
-  const DWORD error = GetLastError();
+  const Attributes current = readAttributes(path);
+  if (current.status != ZBErrorNone)
+    return current.status;
+  if (current.found())
+    return (current.value & FILE_ATTRIBUTE_DIRECTORY) != 0 ? ZBErrorNone : ZBErrorNotDirectory;
   // A directory that refuses to be described is taken as there,
   // deliberately: callers creating nested directories go on past it.
-  if (error == ERROR_ACCESS_DENIED)
+  if (current.error == ERROR_ACCESS_DENIED)
     return ZBErrorNone;
-  if (error != ERROR_FILE_NOT_FOUND)
-    ZB_LOG_ERROR("_ZBCreateFileWWrapper() path: %s, err: %d", path, static_cast<int>(error));
-  return __ZBIOErrorFromWinError(error);
+  if (current.error != ERROR_FILE_NOT_FOUND)
+    ZB_LOG_ERROR("_ZBCreateFileWWrapper() path: %s, err: %d", path,
+                 static_cast<int>(current.error));
+  return __ZBIOErrorFromWinError(current.error);
 }
 
 extern "C" ZBError ZBPathTestAccess(const char *path, int32_t mode) noexcept {
-  if (isEmpty(path))
-    return ZBErrorInvalidArgument;
-  NTPath nt = fileSystemPath(path);
-  if (!nt)
-    return ZBErrorNoMemory;
-  const DWORD attributes = gSystemCalls.GetFileAttributesW(nt.get());
-  if (attributes == INVALID_FILE_ATTRIBUTES)
-    return attributeError(GetLastError(), &AttributeErrorRow::access);
-  if ((mode & ZBPathAccessWrite) != 0 && (attributes & FILE_ATTRIBUTE_READONLY) != 0)
+  const Attributes current = readAttributes(path);
+  if (current.status != ZBErrorNone)
+    return current.status;
+  if (!current.found())
+    return attributeError(current.error, &AttributeErrorRow::access);
+  if ((mode & ZBPathAccessWrite) != 0 && (current.value & FILE_ATTRIBUTE_READONLY) != 0)
     return ZBErrorAccessDenied;
   if ((mode & ZBPathAccessDirectoryWrite) != 0) {
     // The containing directory is looked at, but its answer does not
@@ -234,7 +242,7 @@ extern "C" ZBError ZBPathCopySymbolicLinkWithError(const char *path, char **outP
   if (outPath == nullptr)
     return ZBErrorInvalidArgument;
   *outPath = nullptr;
-  if (isEmpty(path))
+  if (path == nullptr || path[0] == '\0')
     return ZBErrorInvalidArgument;
   if (!ZBPathExists(path))
     return ZBErrorFileNotFound;
