@@ -22,6 +22,7 @@
 #include "ZBString.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
+#include "ZBTimeZone.h"
 #include "ZBTrace.h"
 #include "qprintf.h"
 

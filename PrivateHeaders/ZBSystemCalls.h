@@ -28,6 +28,10 @@
                                                                                 \
                                                                                 \
   /* Time zones */                                                              \
+  X(GetDynamicTimeZoneInformation)                                              \
+  X(EnumDynamicTimeZoneInformation)                                             \
+  X(GetDynamicTimeZoneInformationEffectiveYears)                                \
+  X(GetTimeZoneInformationForYear)                                              \
                                                                                 \
 // clang-format on
 
