@@ -30,6 +30,8 @@ struct ZBTZFile {
 ZBTZFile *tz_file_open_memory(const char *name, const void *data, size_t size) noexcept;
 ZBTZFile *tz_file_open_path(const char *path, const char *name) noexcept;
 void tz_file_close(ZBTZFile *file) noexcept;
+// A new record over a copy of `file`'s bytes, named `name`; null without memory.
+ZBTZFile *tz_file_copy(const ZBTZFile *file, const char *name) noexcept;
 
 // Header counts; 0 for a null file.
 uint32_t tz_file_transition_count(const ZBTZFile *file) noexcept;

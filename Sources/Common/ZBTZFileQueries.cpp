@@ -7,83 +7,110 @@
 
 namespace {
 
-// How many transition times lie wholly inside the data.
-uint32_t availableTransitions(const ZBTZFile *file) {
-  const uint32_t declared = tz_file_transition_count(file);
-  const uint32_t fitting = (file->size - kTZHeaderSize) / 4;
-  return declared < fitting ? declared : fitting;
+// A big-endian 32-bit value at a place already known to lie inside the data.
+uint32_t load32(const uint8_t *at) {
+  uint32_t value;
+  std::memcpy(&value, at, 4);
+  return __builtin_bswap32(value);
 }
 
+// The header counts, read once per query: the header is inside every opened
+// image (opening refuses anything shorter).
+struct Counts {
+  uint32_t universal, standard, leaps, transitions, types, characters;
+  explicit Counts(const ZBTZFile *file)
+      : universal(load32(file->data + 20)), standard(load32(file->data + 24)),
+        leaps(load32(file->data + 28)), transitions(load32(file->data + 32)),
+        types(load32(file->data + 36)), characters(load32(file->data + 40)) {}
+  // How many transition times lie wholly inside `size` bytes.
+  uint32_t available(uint32_t size) const {
+    const uint32_t fitting = (size - kTZHeaderSize) / 4;
+    return transitions < fitting ? transitions : fitting;
+  }
+};
+
 int32_t transitionTime(const ZBTZFile *file, uint32_t index) {
-  return static_cast<int32_t>(file->data[kTZHeaderSize + 4 * index] << 24 |
-                              file->data[kTZHeaderSize + 4 * index + 1] << 16 |
-                              file->data[kTZHeaderSize + 4 * index + 2] << 8 |
-                              file->data[kTZHeaderSize + 4 * index + 3]);
+  return static_cast<int32_t>(load32(file->data + kTZHeaderSize + 4 * size_t{index}));
 }
 
 // The index of the transition in force at `time`: the last one at or before
 // it, or the first when `time` precedes them all (a zone reports its first
 // transition's type for earlier instants, not a pre-transition type).
 // Answers -1 when there are no transitions. Transitions are sorted in any
-// zone file, so a binary search finds what a walk from the first would.
-int64_t transitionInForce(const ZBTZFile *file, int64_t time) {
-  const uint32_t count = availableTransitions(file);
+// zone file, so a binary search finds what a walk from the first would; it
+// halves without branching on the comparison, which random instants would
+// mispredict half of the time.
+int64_t transitionInForce(const ZBTZFile *file, uint32_t count, int64_t time) {
   if (count == 0)
     return -1;
-  uint32_t low = 0, high = count; // first index whose time is after `time`
-  while (low < high) {
-    const uint32_t middle = low + (high - low) / 2;
-    if (transitionTime(file, middle) > time)
-      high = middle;
-    else
-      low = middle + 1;
+  const uint8_t *times = file->data + kTZHeaderSize;
+  // `base` ends on the last transition at or before `time`, if any.
+  uint32_t base = 0, length = count;
+  while (length > 1) {
+    const uint32_t half = length / 2;
+    const int32_t value = static_cast<int32_t>(load32(times + 4 * size_t{base + half}));
+    base = value <= time ? base + half : base;
+    length -= half;
   }
-  return low == 0 ? 0 : low - 1;
+  return base;
 }
 
 // Fills `info` for a transition instant and a type; false when the type lies
 // outside the data. An abbreviation index outside the abbreviation
 // characters gives an empty abbreviation.
-bool fillFromType(const ZBTZFile *file, const TZLayout &layout, int64_t time, uint32_t type,
+bool fillFromType(const ZBTZFile *file, const Counts &counts, int64_t time, uint32_t type,
                   ZBTZTransitionInfo *info) {
-  if (type >= tz_file_type_count(file))
+  if (type >= counts.types)
     return false;
-  const uint64_t at = layout.types + 6 * uint64_t{type};
+  const uint64_t types = kTZHeaderSize + 5 * uint64_t{counts.transitions};
+  const uint64_t at = types + 6 * uint64_t{type};
   if (!tz_file_contains(file, at, 6))
     return false;
-  std::memset(info, 0, sizeof *info);
+  const uint8_t *entry = file->data + at;
   info->time = time;
-  info->offset = static_cast<int32_t>(tz_file_read32(file, at));
-  if (tz_file_read8(file, at + 4) != 0)
-    info->flags |= ZBTZFlagDaylight;
-  if (type < tz_file_standard_count(file) && tz_file_read8(file, layout.standard + type) != 0)
-    info->flags |= ZBTZFlagStandardTime;
-  if (type < tz_file_universal_count(file) && tz_file_read8(file, layout.universal + type) != 0)
-    info->flags |= ZBTZFlagUniversal;
-  const uint32_t characters = tz_file_abbreviation_char_count(file);
-  for (uint32_t index = tz_file_read8(file, at + 5), length = 0;
-       index < characters && length < sizeof info->abbreviation - 1; ++index, ++length) {
-    if (!tz_file_contains(file, layout.characters + index, 1))
+  info->offset = static_cast<int32_t>(load32(entry));
+  uint8_t flags = entry[4] != 0 ? ZBTZFlagDaylight : 0;
+  const uint64_t characters = types + 6 * uint64_t{counts.types};
+  const uint64_t standard = characters + counts.characters + 8 * uint64_t{counts.leaps};
+  if (type < counts.standard && tz_file_read8(file, standard + type) != 0)
+    flags |= ZBTZFlagStandardTime;
+  if (type < counts.universal && tz_file_read8(file, standard + counts.standard + type) != 0)
+    flags |= ZBTZFlagUniversal;
+  info->flags = flags;
+  // The abbreviation ends at its NUL, at the end of the characters or of the
+  // data, or after 31 characters, whichever comes first.
+  uint64_t end = characters + counts.characters;
+  if (end > file->size)
+    end = file->size;
+  const uint64_t first = characters + entry[5];
+  // A byte loop: abbreviations are a few characters, shorter than a call to
+  // the C library's search and copy costs.
+  size_t length = 0;
+  for (uint64_t at = first; at < end && length < sizeof info->abbreviation - 1; ++at, ++length) {
+    if (file->data[at] == 0)
       break;
-    const char c = static_cast<char>(file->data[layout.characters + index]);
-    if (c == '\0')
-      break;
-    info->abbreviation[length] = c;
+    info->abbreviation[length] = static_cast<char>(file->data[at]);
   }
+  info->abbreviation[length] = '\0';
   return true;
+}
+
+bool infoAt(const ZBTZFile *file, const Counts &counts, uint32_t index, ZBTZTransitionInfo *info) {
+  if (index >= counts.available(file->size))
+    return false;
+  const uint64_t typeIndex = kTZHeaderSize + 4 * uint64_t{counts.transitions} + index;
+  if (!tz_file_contains(file, typeIndex, 1))
+    return false;
+  return fillFromType(file, counts, transitionTime(file, index), file->data[typeIndex], info);
 }
 
 } // namespace
 
 bool tz_file_transition_info(const ZBTZFile *file, uint32_t index,
                              ZBTZTransitionInfo *info) noexcept {
-  if (file == nullptr || info == nullptr || index >= availableTransitions(file))
+  if (file == nullptr || info == nullptr)
     return false;
-  const TZLayout layout = tz_file_layout(file);
-  if (!tz_file_contains(file, layout.typeIndexes + index, 1))
-    return false;
-  return fillFromType(file, layout, transitionTime(file, index),
-                      tz_file_read8(file, layout.typeIndexes + index), info);
+  return infoAt(file, Counts(file), index, info);
 }
 
 bool tz_file_leap_second(const ZBTZFile *file, uint32_t index, int64_t *time,
@@ -104,22 +131,24 @@ bool tz_file_find_transition(const ZBTZFile *file, int64_t time,
                              ZBTZTransitionInfo *info) noexcept {
   if (file == nullptr || info == nullptr)
     return false;
-  const int64_t index = transitionInForce(file, time);
+  const Counts counts(file);
+  const int64_t index = transitionInForce(file, counts.available(file->size), time);
   if (index >= 0)
-    return tz_file_transition_info(file, static_cast<uint32_t>(index), info);
+    return infoAt(file, counts, static_cast<uint32_t>(index), info);
   // No transitions: the zone's first type holds for all time, which
   // begins where 32-bit zone data begins.
-  return fillFromType(file, tz_file_layout(file), INT32_MIN, 0, info);
+  return fillFromType(file, counts, INT32_MIN, 0, info);
 }
 
 bool tz_file_find_next_transition(const ZBTZFile *file, int64_t time,
                                   ZBTZTransitionInfo *info) noexcept {
   if (file == nullptr || info == nullptr)
     return false;
-  const int64_t index = transitionInForce(file, time);
+  const Counts counts(file);
+  const int64_t index = transitionInForce(file, counts.available(file->size), time);
   if (index < 0)
     return false;
-  return tz_file_transition_info(file, static_cast<uint32_t>(index + 1), info);
+  return infoAt(file, counts, static_cast<uint32_t>(index + 1), info);
 }
 
 uint32_t tz_file_abbreviation_count(const ZBTZFile *file) noexcept {

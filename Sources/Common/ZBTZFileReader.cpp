@@ -111,6 +111,23 @@ void tz_file_close(ZBTZFile *file) noexcept {
   _ZBFree(file);
 }
 
+ZBTZFile *tz_file_copy(const ZBTZFile *file, const char *name) noexcept {
+  if (file == nullptr)
+    return nullptr;
+  auto *data = static_cast<uint8_t *>(_ZBAlloc(size_t{file->size} + 1));
+  if (data == nullptr)
+    return nullptr;
+  std::memcpy(data, file->data, file->size);
+  data[file->size] = 0;
+  ZBTZFile *copy = tz_file_open_memory(name, data, file->size);
+  if (copy == nullptr) {
+    _ZBFree(data);
+    return nullptr;
+  }
+  copy->ownership |= kTZOwnsCopiedData;
+  return copy;
+}
+
 bool tz_file_contains(const ZBTZFile *file, uint64_t offset, uint64_t length) noexcept {
   return file != nullptr && offset <= file->size && length <= file->size - offset;
 }

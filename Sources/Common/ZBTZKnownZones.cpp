@@ -8,7 +8,9 @@
 // more names carry fewer. The lists end at the first null.
 #include "ZBTZFile.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 const TZKnownZone kTZKnownZones[kTZKnownZoneCount] = {
     {{"Afghanistan Standard Time"}, {"Asia/Kabul"}, "AFT", ""},
@@ -211,15 +213,45 @@ const char *const kTZBuiltinLinks[kTZBuiltinLinkCount][2] = {
     {"Africa/Kinshasa", "Africa/Lagos"},
 };
 
+namespace {
+
+// An open-addressed index from tz name to (row, position), built on first
+// use: a lookup by name is one hash and about one comparison, where a walk
+// of the rows compares some three hundred names.
+struct NameIndex {
+  static constexpr uint32_t kSlots = 1024; // more than three times the names
+  int16_t row[kSlots];
+  int16_t position[kSlots];
+
+  NameIndex() {
+    std::fill(std::begin(row), std::end(row), int16_t{-1});
+    for (int32_t r = 0; r < kTZKnownZoneCount; ++r)
+      for (int32_t p = 0; p < kTZMaxZoneNames && kTZKnownZones[r].zoneNames[p]; ++p) {
+        uint32_t slot = tz_database_hash(kTZKnownZones[r].zoneNames[p]) % kSlots;
+        while (row[slot] >= 0 &&
+               std::strcmp(kTZKnownZones[row[slot]].zoneNames[position[slot]],
+                           kTZKnownZones[r].zoneNames[p]) != 0)
+          slot = (slot + 1) % kSlots;
+        if (row[slot] < 0) { // the first row listing a name keeps it
+          row[slot] = static_cast<int16_t>(r);
+          position[slot] = static_cast<int16_t>(p);
+        }
+      }
+  }
+};
+
+} // namespace
+
 int32_t tz_known_zone_find(const char *name, int32_t *nameIndex) noexcept {
   if (name == nullptr)
     return -1;
-  for (int32_t row = 0; row < kTZKnownZoneCount; ++row)
-    for (int32_t index = 0; index < kTZMaxZoneNames && kTZKnownZones[row].zoneNames[index]; ++index)
-      if (std::strcmp(kTZKnownZones[row].zoneNames[index], name) == 0) {
-        if (nameIndex != nullptr)
-          *nameIndex = index;
-        return row;
-      }
+  static const NameIndex index;
+  for (uint32_t slot = tz_database_hash(name) % NameIndex::kSlots; index.row[slot] >= 0;
+       slot = (slot + 1) % NameIndex::kSlots)
+    if (std::strcmp(kTZKnownZones[index.row[slot]].zoneNames[index.position[slot]], name) == 0) {
+      if (nameIndex != nullptr)
+        *nameIndex = index.position[slot];
+      return index.row[slot];
+    }
   return -1;
 }

@@ -26,10 +26,12 @@ constexpr int32_t kYearsForward = 75;
 constexpr uint32_t kMaxEntries = 300;
 constexpr int32_t kCacheSlots = kTZKnownZoneCount;
 
-// The transition cache: built lists per system zone.
+// The transition cache: built lists per system zone, with the image built
+// from each, which new zones copy.
 struct CacheSlot {
   uint32_t count;
   ZBTZTransition entries[kMaxEntries];
+  ZBTZFile *image;
 };
 pthread_mutex_t sCacheLock = PTHREAD_MUTEX_INITIALIZER;
 CacheSlot sSlots[kCacheSlots];
@@ -131,27 +133,42 @@ uint32_t buildTransitions(DYNAMIC_TIME_ZONE_INFORMATION &zone, const TZKnownZone
   return count;
 }
 
+void prepareCacheLocked() {
+  if (!sCacheReady) {
+    std::fill(std::begin(sSlotOfSystemIndex), std::end(sSlotOfSystemIndex), -1);
+    sCacheReady = true;
+  }
+}
+
+// A zone from the cached image of `systemIndex`, or null when none is cached.
+ZBTZFile *cachedZone(int32_t systemIndex, const char *name) {
+  zb::ScopedLock<pthread_mutex_t> hold(&sCacheLock);
+  prepareCacheLocked();
+  if (systemIndex < 0 || systemIndex >= kTZMaxSystemZones || sSlotOfSystemIndex[systemIndex] < 0)
+    return nullptr;
+  return tz_file_copy(sSlots[sSlotOfSystemIndex[systemIndex]].image, name);
+}
+
 // _tz_win32_fill_xtimes: the zone from the cached list of `systemIndex`,
 // building and caching the list first when there is none. A negative index
 // (the current zone, found by name only) is never cached.
 ZBTZFile *zoneFromSystem(DYNAMIC_TIME_ZONE_INFORMATION &zone, int32_t systemIndex, int32_t row,
                          const char *name) {
+  if (ZBTZFile *cached = cachedZone(systemIndex, name))
+    return cached;
   zb::ScopedLock<pthread_mutex_t> hold(&sCacheLock);
-  if (!sCacheReady) {
-    std::fill(std::begin(sSlotOfSystemIndex), std::end(sSlotOfSystemIndex), -1);
-    sCacheReady = true;
-  }
   const bool cacheable = systemIndex >= 0 && systemIndex < kTZMaxSystemZones;
-  if (cacheable && sSlotOfSystemIndex[systemIndex] >= 0) {
-    const CacheSlot &slot = sSlots[sSlotOfSystemIndex[systemIndex]];
-    return tz_file_create_memory(slot.entries, slot.count, nullptr, 0, name);
-  }
-  if (cacheable && sSlotsUsed < kCacheSlots) {
+  if (cacheable && sSlotsUsed < kCacheSlots && sSlotOfSystemIndex[systemIndex] < 0) {
     CacheSlot &slot = sSlots[sSlotsUsed];
     slot.count = buildTransitions(zone, kTZKnownZones[row], slot.entries);
+    slot.image = tz_file_create_memory(slot.entries, slot.count, nullptr, 0, nullptr);
+    if (slot.image == nullptr)
+      return nullptr;
     sSlotOfSystemIndex[systemIndex] = sSlotsUsed++;
-    return tz_file_create_memory(slot.entries, slot.count, nullptr, 0, name);
+    return tz_file_copy(slot.image, name);
   }
+  if (cacheable && sSlotOfSystemIndex[systemIndex] >= 0) // cached meanwhile
+    return tz_file_copy(sSlots[sSlotOfSystemIndex[systemIndex]].image, name);
   if (cacheable)
     ZB_LOG_WARNING("Not enough room for entry in cache; not using cache.");
   auto *entries = static_cast<ZBTZTransition *>(
@@ -211,6 +228,11 @@ ZBTZFile *_tz_win32_create_tz_zone(int32_t row, int32_t nameIndex) noexcept {
     return nullptr;
   const char *name = kTZKnownZones[row].zoneNames[nameIndex];
   TZSystemIndex entry = _tz_win32_system_index(row);
+  // A zone already built in this process was checked against the system
+  // when it was built; the system's enumeration does not change under a
+  // running process, so the cached zone serves without asking again.
+  if (ZBTZFile *cached = cachedZone(entry.index, name))
+    return cached;
   // Each pass either builds, fails, or follows an index that a forced
   // recomputation changed; an unchanged index ends the loop.
   while (entry.index >= 0) {
