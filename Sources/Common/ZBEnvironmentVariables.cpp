@@ -6,6 +6,7 @@
 #include "ZBEnvironment.h"
 
 #include "ZBAlloc.h"
+#include "ZBEnvironmentPrivate.h"
 #include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBPlatform.h"
@@ -136,6 +137,11 @@ int32_t storeVariable(const char *name, const char *value, int32_t overwrite, bo
 
 } // namespace
 
+ZBMutex *_ZBEnvironmentLock() noexcept {
+  ensureStarted();
+  return &sLock;
+}
+
 extern "C" const char *ZBEnvironmentGetEnv(const char *name) noexcept {
   if (!isValidName(name))
     return nullptr;
@@ -157,6 +163,9 @@ extern "C" int32_t ZBEnvironmentSetEnv(const char *name, const char *value,
     std::puts("Setting HOME does nothing.");
     return -1;
   }
+  // The application temporary directory is computed from TMP first.
+  if (std::strcmp(name, "TMP") == 0)
+    _ZBEnvironmentSetAppTemporaryDirectory(nullptr);
   if (std::strchr(name, '=') != nullptr) {
     errno = EINVAL;
     return -1;
