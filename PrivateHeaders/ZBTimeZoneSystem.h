@@ -24,6 +24,8 @@ constexpr int32_t kTZSystemNameBytes = 50;
 // Fills the system index table: from the cache file unless `force`, else by
 // enumerating the system's zones (and then rewrites the cache file).
 void _tz_win32_fill_tzindexes(bool force) noexcept;
+// Marks the table unfilled, so that its next use loads the cache file.
+void _tz_win32_reset_tzindexes() noexcept;
 // The table's pair for a row (filling it first when it is not filled).
 TZSystemIndex _tz_win32_system_index(int32_t row) noexcept;
 // A zone for a known row and one of its tz names, from the system's rules.

@@ -65,11 +65,18 @@ pthread_mutex_t sLock = PTHREAD_MUTEX_INITIALIZER;
 bool sBuilt;
 Table sNames, sLinks, sCanonical;
 
-void buildLocked() {
+// Which rows the system has is asked before the database lock is taken: the
+// platform answers under a lock of its own, and the two are never held
+// together.
+struct Presence {
+  bool rows[kTZKnownZoneCount];
+};
+
+void buildLocked(const Presence &presence) {
   if (sBuilt)
     return;
   for (int32_t row = 0; row < kTZKnownZoneCount; ++row) {
-    if (!tz_platform_row_present(row))
+    if (!presence.rows[row])
       continue;
     const TZKnownZone &zone = kTZKnownZones[row];
     for (int32_t index = 0; index < kTZMaxZoneNames && zone.zoneNames[index]; ++index) {
@@ -85,6 +92,30 @@ void buildLocked() {
   sBuilt = true;
 }
 
+// Builds the database unless it is built, and answers with its lock held.
+class BuiltDatabase {
+public:
+  BuiltDatabase() {
+    bool built;
+    {
+      zb::ScopedLock<pthread_mutex_t> hold(&sLock);
+      built = sBuilt;
+    }
+    if (!built)
+      for (int32_t row = 0; row < kTZKnownZoneCount; ++row)
+        mPresence.rows[row] = tz_platform_row_present(row);
+    pthread_mutex_lock(&sLock);
+    if (!built)
+      buildLocked(mPresence);
+  }
+  ~BuiltDatabase() { pthread_mutex_unlock(&sLock); }
+  BuiltDatabase(const BuiltDatabase &) = delete;
+  BuiltDatabase &operator=(const BuiltDatabase &) = delete;
+
+private:
+  Presence mPresence{};
+};
+
 } // namespace
 
 uint32_t tz_database_hash(const char *text) noexcept {
@@ -96,15 +127,13 @@ uint32_t tz_database_hash(const char *text) noexcept {
 }
 
 void tz_database_ensure_built() noexcept {
-  zb::ScopedLock<pthread_mutex_t> hold(&sLock);
-  buildLocked();
+  BuiltDatabase hold;
 }
 
 bool tz_database_has_name(const char *name) noexcept {
   if (name == nullptr)
     return false;
-  zb::ScopedLock<pthread_mutex_t> hold(&sLock);
-  buildLocked();
+  BuiltDatabase hold;
   return sNames.find(name) != nullptr;
 }
 
@@ -113,8 +142,7 @@ bool tz_database_has_name(const char *name) noexcept {
 const char *tz_database_resolve_link(const char *alias) noexcept {
   if (alias == nullptr)
     return nullptr;
-  zb::ScopedLock<pthread_mutex_t> hold(&sLock);
-  buildLocked();
+  BuiltDatabase hold;
   const Entry *entry = sLinks.find(alias);
   return entry ? entry->value : nullptr;
 }
@@ -122,8 +150,7 @@ const char *tz_database_resolve_link(const char *alias) noexcept {
 const char *tz_database_canonical_name(const char *name) noexcept {
   if (name == nullptr)
     return nullptr;
-  zb::ScopedLock<pthread_mutex_t> hold(&sLock);
-  buildLocked();
+  BuiltDatabase hold;
   const Entry *entry = sCanonical.find(name);
   return entry ? entry->value : nullptr;
 }
@@ -131,8 +158,7 @@ const char *tz_database_canonical_name(const char *name) noexcept {
 int32_t tz_database_iterate(ZBTimeZoneNameCallback callback, void *context) noexcept {
   if (callback == nullptr)
     return 0;
-  zb::ScopedLock<pthread_mutex_t> hold(&sLock);
-  buildLocked();
+  BuiltDatabase hold;
   int32_t result = 0;
   for (const Entry *chain : sNames.chains)
     for (const Entry *entry = chain; entry != nullptr; entry = entry->next)

@@ -27,11 +27,14 @@ constexpr uint32_t kMaxEntries = 300;
 constexpr int32_t kCacheSlots = kTZKnownZoneCount;
 
 // The transition cache: built lists per system zone, with the image built
-// from each, which new zones copy.
+// from each, which new zones copy, and the zone key the list was built for
+// (a slot serves only a row that expects that key, so an index that went
+// stale never hands out another zone's transitions).
 struct CacheSlot {
   uint32_t count;
   ZBTZTransition entries[kMaxEntries];
   ZBTZFile *image;
+  const char *key;
 };
 pthread_mutex_t sCacheLock = PTHREAD_MUTEX_INITIALIZER;
 CacheSlot sSlots[kCacheSlots];
@@ -140,35 +143,39 @@ void prepareCacheLocked() {
   }
 }
 
-// A zone from the cached image of `systemIndex`, or null when none is cached.
-ZBTZFile *cachedZone(int32_t systemIndex, const char *name) {
+// A zone from the cached image of `systemIndex` built for `key`, or null.
+ZBTZFile *cachedZone(int32_t systemIndex, const char *key, const char *name) {
   zb::ScopedLock<pthread_mutex_t> hold(&sCacheLock);
   prepareCacheLocked();
-  if (systemIndex < 0 || systemIndex >= kTZMaxSystemZones || sSlotOfSystemIndex[systemIndex] < 0)
+  if (key == nullptr || systemIndex < 0 || systemIndex >= kTZMaxSystemZones ||
+      sSlotOfSystemIndex[systemIndex] < 0)
     return nullptr;
-  return tz_file_copy(sSlots[sSlotOfSystemIndex[systemIndex]].image, name);
+  const CacheSlot &slot = sSlots[sSlotOfSystemIndex[systemIndex]];
+  return std::strcmp(slot.key, key) == 0 ? tz_file_copy(slot.image, name) : nullptr;
 }
 
 // _tz_win32_fill_xtimes: the zone from the cached list of `systemIndex`,
-// building and caching the list first when there is none. A negative index
-// (the current zone, found by name only) is never cached.
+// building and caching the list first when there is none (or one built for
+// another key). A negative index (the current zone, found by name only) is
+// never cached.
 ZBTZFile *zoneFromSystem(DYNAMIC_TIME_ZONE_INFORMATION &zone, int32_t systemIndex, int32_t row,
-                         const char *name) {
-  if (ZBTZFile *cached = cachedZone(systemIndex, name))
-    return cached;
+                         const char *key, const char *name) {
   zb::ScopedLock<pthread_mutex_t> hold(&sCacheLock);
+  prepareCacheLocked();
   const bool cacheable = systemIndex >= 0 && systemIndex < kTZMaxSystemZones;
-  if (cacheable && sSlotsUsed < kCacheSlots && sSlotOfSystemIndex[systemIndex] < 0) {
-    CacheSlot &slot = sSlots[sSlotsUsed];
+  int32_t slotIndex = cacheable ? sSlotOfSystemIndex[systemIndex] : -1;
+  if (slotIndex >= 0 && std::strcmp(sSlots[slotIndex].key, key) == 0)
+    return tz_file_copy(sSlots[slotIndex].image, name);
+  if (cacheable && slotIndex < 0 && sSlotsUsed < kCacheSlots)
+    slotIndex = sSlotOfSystemIndex[systemIndex] = sSlotsUsed++;
+  if (slotIndex >= 0) {
+    CacheSlot &slot = sSlots[slotIndex];
+    tz_file_close(slot.image);
     slot.count = buildTransitions(zone, kTZKnownZones[row], slot.entries);
     slot.image = tz_file_create_memory(slot.entries, slot.count, nullptr, 0, nullptr);
-    if (slot.image == nullptr)
-      return nullptr;
-    sSlotOfSystemIndex[systemIndex] = sSlotsUsed++;
-    return tz_file_copy(slot.image, name);
+    slot.key = key;
+    return slot.image ? tz_file_copy(slot.image, name) : nullptr;
   }
-  if (cacheable && sSlotOfSystemIndex[systemIndex] >= 0) // cached meanwhile
-    return tz_file_copy(sSlots[sSlotOfSystemIndex[systemIndex]].image, name);
   if (cacheable)
     ZB_LOG_WARNING("Not enough room for entry in cache; not using cache.");
   auto *entries = static_cast<ZBTZTransition *>(
@@ -211,9 +218,16 @@ ZBTZFile *createFromCurrent(int32_t row, const char *name) {
     return nullptr;
   }
   if (_tz_win32_row_lists_key(row, key, nullptr))
-    return zoneFromSystem(zone, -1, row, name);
+    return zoneFromSystem(zone, -1, row, nullptr, name);
   ZB_LOG_ERROR("Time zone '%s' is not current nor present in registry. Aborting creation.", name);
   return nullptr;
+}
+
+// A row's Windows name by its candidate number, or null out of range.
+const char *windowsName(int32_t row, int32_t candidate) {
+  return candidate >= 0 && candidate < kTZMaxWindowsNames
+             ? kTZKnownZones[row].windowsNames[candidate]
+             : nullptr;
 }
 
 // The rate of the unknown-zone warning: its 1st, 2nd, 4th, 8th, ... time.
@@ -231,7 +245,7 @@ ZBTZFile *_tz_win32_create_tz_zone(int32_t row, int32_t nameIndex) noexcept {
   // A zone already built in this process was checked against the system
   // when it was built; the system's enumeration does not change under a
   // running process, so the cached zone serves without asking again.
-  if (ZBTZFile *cached = cachedZone(entry.index, name))
+  if (ZBTZFile *cached = cachedZone(entry.index, windowsName(row, entry.candidate), name))
     return cached;
   // Each pass either builds, fails, or follows an index that a forced
   // recomputation changed; an unchanged index ends the loop.
@@ -246,11 +260,9 @@ ZBTZFile *_tz_win32_create_tz_zone(int32_t row, int32_t nameIndex) noexcept {
       ZB_LOG_ERROR("Failed to convert key '%ls' to multi-byte string", wide(zone));
       return nullptr;
     }
-    const char *expected = entry.candidate >= 0 && entry.candidate < kTZMaxWindowsNames
-                               ? kTZKnownZones[row].windowsNames[entry.candidate]
-                               : nullptr;
+    const char *expected = windowsName(row, entry.candidate);
     if (expected != nullptr && std::strcmp(key, expected) == 0)
-      return zoneFromSystem(zone, entry.index, row, name);
+      return zoneFromSystem(zone, entry.index, row, expected, name);
     ZB_LOG_WARNING("Cached time zone index no longer correct.");
     ZB_LOG_WARNING("System time zone index is incorrect. Recomputing all indexes.");
     _tz_win32_fill_tzindexes(true);
