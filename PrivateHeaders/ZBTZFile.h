@@ -132,6 +132,11 @@ struct TZLayout {
 TZLayout tz_file_layout(const ZBTZFile *file) noexcept;
 // A big-endian value at `offset`, or 0 when it does not lie inside the data.
 uint32_t tz_file_read32(const ZBTZFile *file, uint64_t offset) noexcept;
-uint8_t tz_file_read8(const ZBTZFile *file, uint64_t offset) noexcept;
-// Whether `length` bytes at `offset` lie inside the data.
-bool tz_file_contains(const ZBTZFile *file, uint64_t offset, uint64_t length) noexcept;
+// Whether `length` bytes at `offset` lie inside the data. Inline, as every
+// query asks it several times.
+inline bool tz_file_contains(const ZBTZFile *file, uint64_t offset, uint64_t length) noexcept {
+  return file != nullptr && offset <= file->size && length <= file->size - offset;
+}
+inline uint8_t tz_file_read8(const ZBTZFile *file, uint64_t offset) noexcept {
+  return tz_file_contains(file, offset, 1) ? file->data[offset] : 0;
+}

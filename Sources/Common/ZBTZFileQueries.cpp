@@ -37,22 +37,20 @@ int32_t transitionTime(const ZBTZFile *file, uint32_t index) {
 // it, or the first when `time` precedes them all (a zone reports its first
 // transition's type for earlier instants, not a pre-transition type).
 // Answers -1 when there are no transitions. Transitions are sorted in any
-// zone file, so a binary search finds what a walk from the first would; it
-// halves without branching on the comparison, which random instants would
-// mispredict half of the time.
+// zone file, so a binary search finds what a walk from the first would.
 int64_t transitionInForce(const ZBTZFile *file, uint32_t count, int64_t time) {
   if (count == 0)
     return -1;
   const uint8_t *times = file->data + kTZHeaderSize;
-  // `base` ends on the last transition at or before `time`, if any.
-  uint32_t base = 0, length = count;
-  while (length > 1) {
-    const uint32_t half = length / 2;
-    const int32_t value = static_cast<int32_t>(load32(times + 4 * size_t{base + half}));
-    base = value <= time ? base + half : base;
-    length -= half;
+  uint32_t low = 0, high = count; // the first transition after `time` is in [low, high]
+  while (low < high) {
+    const uint32_t middle = low + (high - low) / 2;
+    if (static_cast<int32_t>(load32(times + 4 * size_t{middle})) > time)
+      high = middle;
+    else
+      low = middle + 1;
   }
-  return base;
+  return low == 0 ? 0 : low - 1;
 }
 
 // Fills `info` for a transition instant and a type; false when the type lies

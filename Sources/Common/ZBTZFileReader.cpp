@@ -128,19 +128,11 @@ ZBTZFile *tz_file_copy(const ZBTZFile *file, const char *name) noexcept {
   return copy;
 }
 
-bool tz_file_contains(const ZBTZFile *file, uint64_t offset, uint64_t length) noexcept {
-  return file != nullptr && offset <= file->size && length <= file->size - offset;
-}
-
 uint32_t tz_file_read32(const ZBTZFile *file, uint64_t offset) noexcept {
   if (!tz_file_contains(file, offset, 4))
     return 0;
   const uint8_t *at = file->data + offset;
   return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
-}
-
-uint8_t tz_file_read8(const ZBTZFile *file, uint64_t offset) noexcept {
-  return tz_file_contains(file, offset, 1) ? file->data[offset] : 0;
 }
 
 uint32_t tz_file_universal_count(const ZBTZFile *file) noexcept { return tz_file_read32(file, 20); }
