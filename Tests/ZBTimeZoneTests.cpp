@@ -126,8 +126,10 @@ TEST(ZBTimeZone, OpeningRefusesBadImagesWithTheirMessages) {
 
 TEST(ZBTimeZone, QueriesAtTheEdges) {
   const std::vector<uint8_t> bytes = twoTransitions().bytes();
-  Zone zone(tz_file_open_memory(nullptr, bytes.data(), bytes.size()));
+  Zone zone(ZBTimeZoneCreateWithData("Two", bytes.data(), static_cast<uint32_t>(bytes.size())));
   ASSERT_NE(zone, nullptr);
+  EXPECT_STREQ(ZBTimeZoneGetName(zone.get()), "Two");
+  EXPECT_EQ(ZBTimeZoneCreateWithData("Short", bytes.data(), 43), nullptr);
   struct Case {
     int64_t time;
     bool found, nextFound;
