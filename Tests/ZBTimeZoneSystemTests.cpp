@@ -291,6 +291,26 @@ TEST(ZBTimeZoneSystem, ZonesMissingFromTheSystem) {
   EXPECT_GE(_tz_win32_system_index(0).index, 0);
 }
 
+TEST(ZBTimeZoneSystem, EnumerationStopsAtTwoHundredZones) {
+  static int calls;
+  calls = 0;
+  {
+    zb::test::ScopedSystemCall endless(
+        zb::gSystemCalls.EnumDynamicTimeZoneInformation,
+        [](DWORD index, PDYNAMIC_TIME_ZONE_INFORMATION zone) -> DWORD {
+          ++calls;
+          std::memset(zone, 0, sizeof *zone);
+          swprintf(zone->TimeZoneKeyName, 128, L"Zone %lu", index);
+          return ERROR_SUCCESS;
+        });
+    const std::string mark = markLog();
+    _tz_win32_fill_tzindexes(true);
+    EXPECT_NE(logSince(mark).find("System has more time zones than expected"), std::string::npos);
+    EXPECT_EQ(calls, 200);
+  }
+  _tz_win32_fill_tzindexes(true);
+}
+
 TEST(ZBTimeZoneSystem, YearlyRulesThatFailFallBackToTheBaseRules) {
   zb::test::ScopedSystemCall years(
       zb::gSystemCalls.GetDynamicTimeZoneInformationEffectiveYears,
