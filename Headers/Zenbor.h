@@ -23,6 +23,7 @@
 #include "ZBString.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
+#include "ZBTimeZone.h"
 #include "ZBTrace.h"
 #include "ZBVirtual.h"
 #include "qprintf.h"

@@ -58,6 +58,10 @@
                                                                                 \
                                                                                 \
   /* Time zones */                                                              \
+  X(GetDynamicTimeZoneInformation)                                              \
+  X(EnumDynamicTimeZoneInformation)                                             \
+  X(GetDynamicTimeZoneInformationEffectiveYears)                                \
+  X(GetTimeZoneInformationForYear)                                              \
                                                                                 \
 // clang-format on
 

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(cmake make g++ clang googletest
           g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
-          wine wine64
+          wine wine64 tzdata python3
           doxygen clang-format pkgconf lld)
 missing=()
 for package in "${packages[@]}"; do

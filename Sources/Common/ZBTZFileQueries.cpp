@@ -1,0 +1,170 @@
+// Transition queries answered straight from the big-endian bytes of a TZif
+// image. Every read is bounds-checked: a count that points past the end of
+// the data shortens what can be found, it never widens what is read.
+#include "ZBTZFile.h"
+
+#include <cstring>
+
+namespace {
+
+// A big-endian 32-bit value at a place already known to lie inside the data.
+uint32_t load32(const uint8_t *at) {
+  uint32_t value;
+  std::memcpy(&value, at, 4);
+  return __builtin_bswap32(value);
+}
+
+// The header counts, read once per query: the header is inside every opened
+// image (opening refuses anything shorter).
+struct Counts {
+  uint32_t universal, standard, leaps, transitions, types, characters;
+  explicit Counts(const ZBTZFile *file)
+      : universal(load32(file->data + 20)), standard(load32(file->data + 24)),
+        leaps(load32(file->data + 28)), transitions(load32(file->data + 32)),
+        types(load32(file->data + 36)), characters(load32(file->data + 40)) {}
+  // How many transition times lie wholly inside `size` bytes.
+  uint32_t available(uint32_t size) const {
+    const uint32_t fitting = (size - kTZHeaderSize) / 4;
+    return transitions < fitting ? transitions : fitting;
+  }
+};
+
+int32_t transitionTime(const ZBTZFile *file, uint32_t index) {
+  return static_cast<int32_t>(load32(file->data + kTZHeaderSize + 4 * size_t{index}));
+}
+
+// The index of the transition in force at `time`: the last one at or before
+// it, or the first when `time` precedes them all (a zone reports its first
+// transition's type for earlier instants, not a pre-transition type).
+// Answers -1 when there are no transitions. Transitions are sorted in any
+// zone file, so a binary search finds what a walk from the first would.
+int64_t transitionInForce(const ZBTZFile *file, uint32_t count, int64_t time) {
+  if (count == 0)
+    return -1;
+  const uint8_t *times = file->data + kTZHeaderSize;
+  uint32_t low = 0, high = count; // the first transition after `time` is in [low, high]
+  while (low < high) {
+    const uint32_t middle = low + (high - low) / 2;
+    if (static_cast<int32_t>(load32(times + 4 * size_t{middle})) > time)
+      high = middle;
+    else
+      low = middle + 1;
+  }
+  return low == 0 ? 0 : low - 1;
+}
+
+// Fills `info` for a transition instant and a type; false when the type lies
+// outside the data. An abbreviation index outside the abbreviation
+// characters gives an empty abbreviation.
+bool fillFromType(const ZBTZFile *file, const Counts &counts, int64_t time, uint32_t type,
+                  ZBTZTransitionInfo *info) {
+  if (type >= counts.types)
+    return false;
+  const uint64_t types = kTZHeaderSize + 5 * uint64_t{counts.transitions};
+  const uint64_t at = types + 6 * uint64_t{type};
+  if (!tz_file_contains(file, at, 6))
+    return false;
+  const uint8_t *entry = file->data + at;
+  info->time = time;
+  info->offset = static_cast<int32_t>(load32(entry));
+  uint8_t flags = entry[4] != 0 ? ZBTZFlagDaylight : 0;
+  const uint64_t characters = types + 6 * uint64_t{counts.types};
+  const uint64_t standard = characters + counts.characters + 8 * uint64_t{counts.leaps};
+  if (type < counts.standard && tz_file_read8(file, standard + type) != 0)
+    flags |= ZBTZFlagStandardTime;
+  if (type < counts.universal && tz_file_read8(file, standard + counts.standard + type) != 0)
+    flags |= ZBTZFlagUniversal;
+  info->flags = flags;
+  // The abbreviation ends at its NUL, at the end of the characters or of the
+  // data, or after 31 characters, whichever comes first.
+  uint64_t end = characters + counts.characters;
+  if (end > file->size)
+    end = file->size;
+  const uint64_t first = characters + entry[5];
+  // A byte loop: abbreviations are a few characters, shorter than a call to
+  // the C library's search and copy costs.
+  size_t length = 0;
+  for (uint64_t at = first; at < end && length < sizeof info->abbreviation - 1; ++at, ++length) {
+    if (file->data[at] == 0)
+      break;
+    info->abbreviation[length] = static_cast<char>(file->data[at]);
+  }
+  info->abbreviation[length] = '\0';
+  return true;
+}
+
+bool infoAt(const ZBTZFile *file, const Counts &counts, uint32_t index, ZBTZTransitionInfo *info) {
+  if (index >= counts.available(file->size))
+    return false;
+  const uint64_t typeIndex = kTZHeaderSize + 4 * uint64_t{counts.transitions} + index;
+  if (!tz_file_contains(file, typeIndex, 1))
+    return false;
+  return fillFromType(file, counts, transitionTime(file, index), file->data[typeIndex], info);
+}
+
+} // namespace
+
+bool tz_file_transition_info(const ZBTZFile *file, uint32_t index,
+                             ZBTZTransitionInfo *info) noexcept {
+  if (file == nullptr || info == nullptr)
+    return false;
+  return infoAt(file, Counts(file), index, info);
+}
+
+bool tz_file_leap_second(const ZBTZFile *file, uint32_t index, int64_t *time,
+                         int32_t *correction) noexcept {
+  if (file == nullptr || index >= tz_file_leap_count(file))
+    return false;
+  const uint64_t at = tz_file_layout(file).leaps + 8 * uint64_t{index};
+  if (!tz_file_contains(file, at, 8))
+    return false;
+  if (time != nullptr)
+    *time = static_cast<int32_t>(tz_file_read32(file, at));
+  if (correction != nullptr)
+    *correction = static_cast<int32_t>(tz_file_read32(file, at + 4));
+  return true;
+}
+
+bool tz_file_find_transition(const ZBTZFile *file, int64_t time,
+                             ZBTZTransitionInfo *info) noexcept {
+  if (file == nullptr || info == nullptr)
+    return false;
+  const Counts counts(file);
+  const int64_t index = transitionInForce(file, counts.available(file->size), time);
+  if (index >= 0)
+    return infoAt(file, counts, static_cast<uint32_t>(index), info);
+  // No transitions: the zone's first type holds for all time, which
+  // begins where 32-bit zone data begins.
+  return fillFromType(file, counts, INT32_MIN, 0, info);
+}
+
+bool tz_file_find_next_transition(const ZBTZFile *file, int64_t time,
+                                  ZBTZTransitionInfo *info) noexcept {
+  if (file == nullptr || info == nullptr)
+    return false;
+  const Counts counts(file);
+  const int64_t index = transitionInForce(file, counts.available(file->size), time);
+  if (index < 0)
+    return false;
+  return infoAt(file, counts, static_cast<uint32_t>(index + 1), info);
+}
+
+uint32_t tz_file_abbreviation_count(const ZBTZFile *file) noexcept {
+  if (file == nullptr)
+    return 0;
+  if (file->abbreviationCount != 0)
+    return file->abbreviationCount;
+  const TZLayout layout = tz_file_layout(file);
+  bool used[256] = {};
+  uint32_t count = 0;
+  for (uint32_t type = 0; type < tz_file_type_count(file); ++type) {
+    const uint64_t at = layout.types + 6 * uint64_t{type} + 5;
+    if (!tz_file_contains(file, at, 1))
+      break;
+    const uint8_t index = file->data[at];
+    count += used[index] ? 0 : 1;
+    used[index] = true;
+  }
+  file->abbreviationCount = count;
+  return count;
+}
