@@ -111,7 +111,8 @@ ZB_EXPORT bool ZBFileIsSame(const char *first, const char *second) ZB_NOEXCEPT;
 
 /** ZBFileDescriptorCreateTemporary; without `outFD` the descriptor is
     closed at once and the file stays.
-    @return as ZBFileDescriptorCreateTemporary. */
+    @return 0, or the ZBError of ZBFileDescriptorCreateTemporary
+    (ZBErrorInvalidArgument for an empty pattern, ...). */
 ZB_EXPORT ZBError ZBFileCreateTemporary(char *pattern, uint32_t suffixLength,
                                         ZBFileDescriptor *outFD) ZB_NOEXCEPT;
 
@@ -148,7 +149,8 @@ ZB_EXPORT ZBError ZBFileSetCreationHRTime(const char *path,
 
 /** ZBFileSetAccessAndMotificationHRTimes for a link itself rather than
     what it points to.
-    @return as ZBFileSetAccessAndMotificationHRTimes. */
+    @return 0, or the ZBError of ZBFileSetAccessAndMotificationHRTimes
+    (ZBErrorInvalidArgument for an empty path, ...). */
 ZB_EXPORT ZBError ZBLinkSetAccessAndMotificationHRTimes(const char *path,
                                                         const int64_t *accessTime,
                                                         const int64_t *modificationTime)

@@ -43,19 +43,19 @@ enum { ZBFileDescriptorSeekSet = 0, ZBFileDescriptorSeekCurrent = 1, ZBFileDescr
 /** The stat-like information record. Times are nanoseconds since the Unix
     epoch; the mode holds POSIX type and permission bits. */
 typedef struct ZBFileInfo {
-  uint64_t device;         /* the volume serial number */
-  uint64_t inode;          /* the file ID */
-  uint32_t mode;           /* e.g. 0100644 for a file, 040755 for a directory */
-  uint32_t linkCount;
-  uint32_t unused1[2];     /* always 0 */
-  int64_t size;            /* bytes */
-  int64_t allocatedSize;   /* bytes */
-  uint32_t blockSize;      /* the virtual-memory page size */
-  uint32_t unused2[5];     /* always 0 */
-  int64_t creationTime;
-  int64_t changeTime;
-  int64_t modificationTime;
-  int64_t accessTime;
+  uint64_t device;         /**< the volume serial number */
+  uint64_t inode;          /**< the file ID */
+  uint32_t mode;           /**< e.g. 0100644 for a file, 040755 for a directory */
+  uint32_t linkCount;      /**< hard links to the file */
+  uint32_t unused1[2];     /**< always 0 */
+  int64_t size;            /**< bytes */
+  int64_t allocatedSize;   /**< bytes */
+  uint32_t blockSize;      /**< the virtual-memory page size */
+  uint32_t unused2[5];     /**< always 0 */
+  int64_t creationTime;    /**< ns since the Unix epoch */
+  int64_t changeTime;      /**< ns since the Unix epoch */
+  int64_t modificationTime; /**< ns since the Unix epoch */
+  int64_t accessTime;      /**< ns since the Unix epoch */
 } ZBFileInfo;
 
 /** Field masks of ZBFileDescriptorGetInfo and ZBPathGetInfo. */
@@ -70,8 +70,8 @@ enum {
 
 /** One block of ZBFileDescriptorWriteMany. */
 typedef struct ZBFileDescriptorVector {
-  const void *bytes;
-  uint32_t count;
+  const void *bytes; /**< the block's first byte */
+  uint32_t count;    /**< the block's length in bytes */
 } ZBFileDescriptorVector;
 
 /** True unless `fd` is 0 or all ones. */
@@ -98,7 +98,7 @@ ZB_EXPORT ZBError ZBFileDescriptorCreateTemporary(char *pattern, uint32_t suffix
                                                   ZBFileDescriptor *outFD) ZB_NOEXCEPT;
 
 /** Not available on this platform: counted as not implemented.
-    @return -1, always. */
+    @return ZBErrorInvalidArgument (-1), always. */
 ZB_EXPORT ZBError ZBFileDescriptorOpenNull(ZBFileDescriptor *outFD) ZB_NOEXCEPT;
 
 /** Not available on this platform: counted as not implemented.
@@ -264,19 +264,19 @@ ZB_EXPORT ZBError ZBFileDescriptorSetNoCache(ZBFileDescriptor fd, bool noCache) 
 ZB_EXPORT ZBError ZBPathGetInfo(const char *path, ZBFileInfo *outInfo, uint32_t mask) ZB_NOEXCEPT;
 
 /** The modification time (nanoseconds since the Unix epoch) of `path`.
-    @return as ZBPathGetInfo. */
+    @return 0, or the ZBError of ZBPathGetInfo. */
 ZB_EXPORT ZBError ZBPathGetMTime(const char *path, int64_t *outTime) ZB_NOEXCEPT;
 
 /** The POSIX mode of `path` (0100644, 0100444, 040755, ...).
-    @return as ZBPathGetInfo. */
+    @return 0, or the ZBError of ZBPathGetInfo. */
 ZB_EXPORT ZBError ZBPathGetFileMode(const char *path, uint32_t *outMode) ZB_NOEXCEPT;
 
 /** A mapping of a descriptor's bytes into memory: the bytes, their count
     and the system's mapping object, in this order. */
 typedef struct ZBMmap {
-  void *bytes;
-  uint32_t length;
-  void *mapping;
+  void *bytes;      /**< the first mapped byte of the asked range */
+  uint32_t length;  /**< the mapped length in bytes */
+  void *mapping;    /**< the system's mapping object */
 } ZBMmap;
 
 /** Flags of ZBMmapCreateWithFD: the low three bits are the protection. */

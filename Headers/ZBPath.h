@@ -59,8 +59,8 @@ typedef struct ZBPathInfo ZBPathInfo;
 /** One component of a parsed path: `length` bytes at `characters`, inside
     the parsed text (not zero-terminated). */
 typedef struct ZBPathComponent {
-  const char *characters;
-  uint32_t length;
+  const char *characters; /**< the component's first byte */
+  uint32_t length;        /**< its length in bytes */
 } ZBPathComponent;
 
 /* --- The path model ---------------------------------------------------- */
