@@ -19,6 +19,8 @@
 #include "ZBLog.h"
 #include "ZBOption.h"
 #include "ZBPrint.h"
+#include "ZBSocket.h"
+#include "ZBSocketAddress.h"
 #include "ZBString.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
