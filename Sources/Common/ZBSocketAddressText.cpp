@@ -7,8 +7,8 @@
 // bytes. IPv6 literals are hex groups with at most one "::" and an optional
 // dotted IPv4 tail, then an optional decimal "%scope"; in brackets they may
 // carry a ":port". IPv6 text is lower-case hex with the longest run of two
-// or more zero groups written "::", and the IPv4-mapped and IPv4-compatible
-// forms keep their dotted tail.
+// or more zero groups written "::", and the forms that carry an IPv4
+// address keep their dotted tail.
 #include "ZBSocketAddressText.h"
 
 #include <cstdio>
@@ -218,13 +218,14 @@ size_t formatIPv6(const unsigned char *bytes, char *text) {
   uint16_t groups[8];
   for (int index = 0; index < 8; ++index)
     groups[index] = static_cast<uint16_t>((bytes[2 * index] << 8) | bytes[2 * index + 1]);
-  // IPv4-mapped (::ffff:a.b.c.d) and IPv4-compatible (::a.b.c.d, but not
-  // :: and ::1 and the like) keep a dotted tail.
-  int headGroups = 8;
-  if (zeroPrefix(bytes, 10) && groups[5] == 0xFFFF)
-    headGroups = 6;
-  else if (zeroPrefix(bytes, 12) && groups[6] != 0)
-    headGroups = 6;
+  // IPv4-mapped (::ffff:a.b.c.d), IPv4-translated (::ffff:0:a.b.c.d),
+  // IPv4-compatible (::a.b.c.d, but not :: and ::1 and the like) and ISATAP
+  // (...:5efe:a.b.c.d) addresses keep a dotted tail.
+  const bool mapped = zeroPrefix(bytes, 10) && groups[5] == 0xFFFF;
+  const bool translated = zeroPrefix(bytes, 8) && groups[4] == 0xFFFF && groups[5] == 0;
+  const bool compatible = zeroPrefix(bytes, 12) && groups[6] != 0;
+  const bool isatap = (groups[4] == 0 || groups[4] == 0x0200) && groups[5] == 0x5EFE;
+  const int headGroups = mapped || translated || compatible || isatap ? 6 : 8;
   int bestStart = -1, bestLength = 1;
   for (int index = 0; index < headGroups;) {
     int run = 0;
