@@ -45,19 +45,19 @@ typedef uint32_t ZBSocket;
 
 /** One scatter/gather element, in POSIX order. */
 typedef struct ZBSocketIOVector {
-  void *base;
-  uint32_t length;
+  void *base;      /**< The bytes. */
+  uint32_t length; /**< Their count. */
 } ZBSocketIOVector;
 
 /** A message header, in POSIX order. Only the vector is used. */
 typedef struct ZBSocketMessage {
-  void *address;
-  uint32_t addressLength;
-  ZBSocketIOVector *vector;
-  uint32_t vectorCount;
-  void *control;
-  uint32_t controlLength;
-  int32_t flags;
+  void *address;            /**< Ignored. */
+  uint32_t addressLength;   /**< Ignored. */
+  ZBSocketIOVector *vector; /**< The buffers. */
+  uint32_t vectorCount;     /**< Their count. */
+  void *control;            /**< Ignored. */
+  uint32_t controlLength;   /**< Set to 0 on receive. */
+  int32_t flags;            /**< Ignored. */
 } ZBSocketMessage;
 
 /* ---- Start-up and lifecycle -------------------------------------------- */

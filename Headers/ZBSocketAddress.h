@@ -26,32 +26,32 @@ struct hostent;
     Each node is one allocation holding the header, its address and its
     canonical name; free lists with ZBSocketAddressFreeInfoList. */
 typedef struct ZBSocketAddressInfo {
-  int32_t flags;
-  int32_t family;
-  int32_t socketType;
-  int32_t protocol;
-  uint32_t addressLength;
-  char *canonicalName;
-  struct sockaddr *address;
-  struct ZBSocketAddressInfo *next;
+  int32_t flags;                    /**< Always 0 in library-made nodes. */
+  int32_t family;                   /**< 2 or 23. */
+  int32_t socketType;               /**< Socket type, or 0. */
+  int32_t protocol;                 /**< Protocol, or 0. */
+  uint32_t addressLength;           /**< Bytes at `address`. */
+  char *canonicalName;              /**< Inside the node, or null. */
+  struct sockaddr *address;         /**< Inside the node, behind the header. */
+  struct ZBSocketAddressInfo *next; /**< The next node, or null. */
 } ZBSocketAddressInfo;
 
 /** Resolution hints; the flags are the BSD AI_ values. */
 typedef struct ZBSocketAddressHints {
-  int32_t flags;
-  int32_t family;
-  int32_t socketType;
-  int32_t protocol;
+  int32_t flags;      /**< AI_ flags: 0x1 passive, 0x2 canonical name, 0x4 numeric host, 0x100 all, 0x400 configured, 0x800 mapped, 0x1000 numeric service. */
+  int32_t family;     /**< 0, 2 or 23. */
+  int32_t socketType; /**< Socket type, or 0. */
+  int32_t protocol;   /**< Protocol, or 0. */
 } ZBSocketAddressHints;
 
 /** An interface address handed to the ZBSocketInterfacesApply callback;
     the pointers are valid only during the call. */
 typedef struct ZBSocketInterface {
-  const char *name;
-  uint32_t flags;
-  const struct sockaddr *address;
-  const struct sockaddr *netmask;
-  const struct sockaddr *broadcastOrDestination;
+  const char *name;                              /**< "lo" or "nif<index>". */
+  uint32_t flags;                                /**< 0x5 up, 0x8 neither loopback nor point-to-point, 0x10 broadcast, 0x20 multicast, 0x1000000 loopback, 0x2000000 point-to-point. */
+  const struct sockaddr *address;                /**< The interface address. */
+  const struct sockaddr *netmask;                /**< Its mask. */
+  const struct sockaddr *broadcastOrDestination; /**< IPv4 only: broadcast, peer, or the loopback address itself; null for IPv6. */
 } ZBSocketInterface;
 
 /** The ZBSocketInterfacesApply callback; its result is ignored. */

@@ -52,4 +52,20 @@ inline int getIntOption(ZBSocket socket, int level, int name, int &value) {
                                      reinterpret_cast<char *>(&value), &length);
 }
 
+// getsockname and getpeername: the handle and pointer checks, the caller's
+// 32-bit length in and out around Winsock's int.
+using AddressQuery = int(WSAAPI *)(SOCKET, sockaddr *, int *);
+inline ZBError queryAddress(ZBSocket socket, sockaddr *outAddress, uint32_t *inOutLength,
+                            AddressQuery query) {
+  if (!isValid(socket))
+    return ZBErrorInvalidHandle;
+  if (outAddress == nullptr || inOutLength == nullptr)
+    return ZBErrorInvalidArgument;
+  int length = static_cast<int>(*inOutLength);
+  if (query(toSocket(socket), outAddress, &length) != 0)
+    return lastError();
+  *inOutLength = static_cast<uint32_t>(length);
+  return ZBErrorNone;
+}
+
 } // namespace zb::sockets

@@ -296,20 +296,15 @@ extern "C" ZBError ZBSocketListen(ZBSocket socket, int32_t backlog) noexcept {
 
 extern "C" ZBError ZBSocketGetLocalAddress(ZBSocket socket, sockaddr *outAddress,
                                            uint32_t *inOutLength) noexcept {
-  if (!isValid(socket))
-    return ZBErrorInvalidHandle;
-  if (outAddress == nullptr || inOutLength == nullptr)
-    return ZBErrorInvalidArgument;
-  int length = static_cast<int>(*inOutLength);
-  if (zb::gSystemCalls.getsockname(toSocket(socket), outAddress, &length) != 0)
-    return lastError();
+  if (const ZBError error =
+          queryAddress(socket, outAddress, inOutLength, zb::gSystemCalls.getsockname))
+    return error;
   // A wildcard IPv4 address reads as loopback, so callers can connect to it.
   if (outAddress->sa_family == AF_INET) {
     auto *ipv4 = reinterpret_cast<sockaddr_in *>(outAddress);
     if (ipv4->sin_addr.s_addr == htonl(INADDR_ANY))
       ipv4->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   }
-  *inOutLength = static_cast<uint32_t>(length);
   return ZBErrorNone;
 }
 

@@ -129,15 +129,7 @@ extern "C" int32_t ZBSocketGetType(ZBSocket socket) noexcept {
 
 extern "C" ZBError ZBSocketGetRemoteAddress(ZBSocket socket, sockaddr *outAddress,
                                             uint32_t *inOutLength) noexcept {
-  if (!isValid(socket))
-    return ZBErrorInvalidHandle;
-  if (outAddress == nullptr || inOutLength == nullptr)
-    return ZBErrorInvalidArgument;
-  int length = static_cast<int>(*inOutLength);
-  if (zb::gSystemCalls.getpeername(toSocket(socket), outAddress, &length) != 0)
-    return lastError();
-  *inOutLength = static_cast<uint32_t>(length);
-  return ZBErrorNone;
+  return queryAddress(socket, outAddress, inOutLength, zb::gSystemCalls.getpeername);
 }
 
 extern "C" bool ZBSocketIsListening(ZBSocket socket) noexcept {
