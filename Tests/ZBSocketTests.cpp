@@ -490,6 +490,26 @@ TEST(ZBSocketLifecycle, AcceptAndDuplicateFailuresAreReportedAsTheirTablesSay) {
                 "Couldn't clear WSAEventSelect for new accept socket. Error: 10050"));
 }
 
+TEST(ZBSocketTable, FailedModeSwitchesAreLoggedAndReportedAsTheRulesSay) {
+  ZBSocket socket = kAllOnes;
+  ScopedSystemCall fail(zb::gSystemCalls.ioctlsocket, [](SOCKET, long, u_long *) -> int {
+    WSASetLastError(WSAEINPROGRESS);
+    return SOCKET_ERROR;
+  });
+  // At creation the failure is logged and swallowed; the table says what
+  // was asked.
+  ASSERT_EQ(0, ZBSocketCreate(AF_INET, SOCK_STREAM, 0, ZBSocketCreateNonBlocking, &socket));
+  Owned own(socket);
+  EXPECT_TRUE(ZBSocketIsNonBlocking(socket));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("Couldn't set non-blocking on " +
+                                                      std::to_string(socket) + ", -31"));
+  EXPECT_EQ(ZBErrorInProgress, ZBSocketSetNonBlocking(socket, true));
+  EXPECT_EQ(0, ZBSocketSetNonBlocking(socket, false));
+  EXPECT_FALSE(ZBSocketIsNonBlocking(socket));
+  EXPECT_NE(std::string::npos,
+            zbtest::logRing().find("with flag: 0 sock_errno: 10036 zberr: -31"));
+}
+
 // ---- Transfer and connect ---------------------------------------------------------
 
 TEST(ZBSocketTransfer, EveryFormTalksToAnEchoPeer) {
@@ -825,6 +845,88 @@ void pendingConnectSteps() {
 
 TEST(ZBSocketConnect, PendingConnectOperationsBlockTransfersUntilSettled) {
   EXPECT_EXIT(pendingConnectSteps(), testing::ExitedWithCode(0), "");
+}
+
+// ---- Resolution failures ---------------------------------------------------------
+// Loopback cannot make a resolver fail in every way; the failures are
+// injected and their codes checked against the two mappings kept apart.
+
+int gResolverError = 0;
+
+TEST(ZBSocketResolution, FailuresMapAsEachLookupSays) {
+  struct Row {
+    int wsaError;
+    ZBError resolve;    // getaddrinfo and getnameinfo
+    ZBError hostByName; // gethostbyname, unlike the others on purpose
+  };
+  const Row rows[] = {
+      {WSAHOST_NOT_FOUND, ZBErrorNotFound, ZBErrorNotFound},
+      {WSATRY_AGAIN, ZBErrorInterrupted, ZBErrorNetworkUnreachable},
+      {WSANO_RECOVERY, ZBErrorNotFound, ZBErrorGeneric},
+      {WSANO_DATA, ZBErrorGeneric, ZBErrorNoAddress},
+      {WSAEAFNOSUPPORT, ZBErrorNotFound, ZBErrorGeneric},
+      {WSAENOBUFS, ZBErrorGeneric, ZBErrorGeneric},
+  };
+  ScopedSystemCall addresses(zb::gSystemCalls.getaddrinfo,
+                             [](PCSTR, PCSTR, const ADDRINFOA *, PADDRINFOA *) -> INT {
+                               return gResolverError;
+                             });
+  ScopedSystemCall names(zb::gSystemCalls.getnameinfo,
+                         [](const SOCKADDR *, socklen_t, PCHAR, DWORD, PCHAR, DWORD, INT) -> INT {
+                           return gResolverError;
+                         });
+  ScopedSystemCall hosts(zb::gSystemCalls.gethostbyname, [](const char *) -> hostent * {
+    WSASetLastError(gResolverError);
+    return nullptr;
+  });
+  const sockaddr_in address = loopback(80);
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.wsaError);
+    gResolverError = row.wsaError;
+    ZBSocketAddressInfo *list = nullptr;
+    EXPECT_EQ(row.resolve, ZBSocketAddressResolveInfo("example", nullptr, nullptr, &list));
+    EXPECT_EQ(nullptr, list);
+    char *host = nullptr;
+    EXPECT_EQ(row.resolve, ZBSocketAddressReverseLookup(asAddress(address), sizeof address, &host,
+                                                        nullptr, 0));
+    hostent *entry = nullptr;
+    EXPECT_EQ(row.hostByName, ZBSocketAddressGetHostByName("example", &entry));
+  }
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("DNS error: 11001 example"));
+  // A numeric-host failure is not logged.
+  gResolverError = WSATRY_AGAIN;
+  const ZBSocketAddressHints numeric = {0x4, 0, 0, 0};
+  ZBSocketAddressInfo *list = nullptr;
+  EXPECT_EQ(ZBErrorInterrupted, ZBSocketAddressResolveInfo("quiet", nullptr, &numeric, &list));
+  EXPECT_EQ(std::string::npos, zbtest::logRing().find("DNS error: 11002 quiet"));
+}
+
+TEST(ZBSocketResolution, EmptyAnswersAndShortInterfaceListsFail) {
+  ScopedSystemCall empty(zb::gSystemCalls.getaddrinfo,
+                         [](PCSTR, PCSTR, const ADDRINFOA *, PADDRINFOA *result) -> INT {
+                           *result = nullptr;
+                           return 0;
+                         });
+  struct Row {
+    int32_t flags;
+    ZBError result;
+  };
+  const Row rows[] = {{0, ZBErrorGeneric}, {0x4, ZBErrorNotFound}, {0x1000, ZBErrorNotFound}};
+  for (const Row &row : rows) {
+    const ZBSocketAddressHints hints = {row.flags, 0, 0, 0};
+    ZBSocketAddressInfo *list = nullptr;
+    EXPECT_EQ(row.result, ZBSocketAddressResolveInfo("empty", "1", &hints, &list)) << row.flags;
+  }
+  // An interface list longer than the buffer fails the whole call.
+  ScopedSystemCall tooLong(zb::gSystemCalls.WSAIoctl,
+                           [](SOCKET, DWORD, LPVOID, DWORD, LPVOID, DWORD, LPDWORD,
+                              LPWSAOVERLAPPED, LPWSAOVERLAPPED_COMPLETION_ROUTINE) -> int {
+                             WSASetLastError(WSAEFAULT);
+                             return SOCKET_ERROR;
+                           });
+  EXPECT_EQ(ZBErrorGeneric,
+            ZBSocketInterfacesApply(0, [](void *, const ZBSocketInterface *) { return 0; },
+                                    nullptr));
 }
 
 // ---- Poll ---------------------------------------------------------------------------

@@ -56,13 +56,6 @@ extern "C" ZBError ZBSocketPoll(ZBSocket socket, uint32_t events, uint8_t *outEv
   if (events == 0)
     return ZBErrorNone;
   const SOCKET handle = toSocket(socket);
-  if (events == ZBSocketPollReadable) {
-    u_long waiting = 0;
-    if (zb::gSystemCalls.ioctlsocket(handle, FIONREAD, &waiting) == 0 && waiting > 0) {
-      *outEvents = ZBSocketPollReadable;
-      return ZBErrorNone;
-    }
-  }
   const bool reading = (events & ZBSocketPollReadable) != 0;
   const bool writing = (events & ZBSocketPollWritable) != 0;
   fd_set readSet, writeSet;
@@ -92,6 +85,16 @@ extern "C" ZBError ZBSocketPoll(ZBSocket socket, uint32_t events, uint8_t *outEv
     found |= ZBSocketPollWritable;
   if (exceptSet != nullptr && FD_ISSET(handle, exceptSet))
     found |= ZBSocketPollError;
+  // Readability alone, with bytes waiting, reads as plain 1. The byte
+  // count is asked once select has found the socket readable rather than
+  // before it: an idle socket then costs one system call instead of two,
+  // and the answers are those of asking first (no bytes means the wait
+  // decides; bytes mean readable at once).
+  if (events == ZBSocketPollReadable && (found & ZBSocketPollReadable)) {
+    u_long waiting = 0;
+    if (zb::gSystemCalls.ioctlsocket(handle, FIONREAD, &waiting) == 0 && waiting > 0)
+      found = ZBSocketPollReadable;
+  }
   *outEvents = found;
   return ZBErrorNone;
 }
