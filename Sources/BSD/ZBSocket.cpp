@@ -12,6 +12,7 @@
 #include "ZBAlloc.h"
 #include "ZBLog.h"
 #include "ZBScopedLock.h"
+#include "ZBSocketChains.h"
 #include "ZBSocketAddress.h"
 #include "ZBSocketPrivate.h"
 
@@ -61,7 +62,6 @@ BOOL CALLBACK ZBSocketInitCallback(PINIT_ONCE, PVOID, PVOID *) {
 constexpr uint32_t kFlagNonBlocking = 1;
 constexpr uint32_t kFlagListening = 2;
 constexpr uint32_t kFlagEmulatedDevUrandom = 4;
-constexpr uint32_t kBucketCount = 64;
 
 struct ZBSocketTableEntry {
   uint32_t socket;
@@ -69,34 +69,23 @@ struct ZBSocketTableEntry {
   ZBSocketTableEntry *next;
 };
 
-ZBSpinLock gTableLock = 0;
-ZBSocketTableEntry *gTable[kBucketCount];
-
-ZBSocketTableEntry **bucketOf(ZBSocket socket) { return &gTable[socket & (kBucketCount - 1)]; }
-
-ZBSocketTableEntry *findEntry(ZBSocket socket) {
-  for (ZBSocketTableEntry *entry = *bucketOf(socket); entry != nullptr; entry = entry->next)
-    if (entry->socket == socket)
-      return entry;
-  return nullptr;
-}
+SocketChains<ZBSocketTableEntry> gTable;
 
 bool getFlag(ZBSocket socket, uint32_t flag) {
-  zb::ScopedLock<ZBSpinLock> hold(&gTableLock);
-  const ZBSocketTableEntry *entry = findEntry(socket);
+  zb::ScopedLock<ZBSpinLock> hold(gTable.lock());
+  const ZBSocketTableEntry *entry = gTable.find(socket);
   return entry != nullptr && (entry->flags & flag) != 0;
 }
 
 void setFlag(ZBSocket socket, uint32_t flag, bool value) {
-  zb::ScopedLock<ZBSpinLock> hold(&gTableLock);
-  ZBSocketTableEntry *entry = findEntry(socket);
+  zb::ScopedLock<ZBSpinLock> hold(gTable.lock());
+  ZBSocketTableEntry *entry = gTable.find(socket);
   if (entry == nullptr) {
     // The entry is 16 bytes on this 64-bit target (the next pointer's width).
     entry = static_cast<ZBSocketTableEntry *>(
         _ZBAllocWithZoneAndDesc(nullptr, sizeof(ZBSocketTableEntry), "_ZBSocketTableAddEntry"));
-    ZBSocketTableEntry **bucket = bucketOf(socket);
-    *entry = {socket, 0, *bucket};
-    *bucket = entry;
+    *entry = {socket, 0, nullptr};
+    gTable.push(entry);
   }
   entry->flags = value ? entry->flags | flag : entry->flags & ~flag;
 }
@@ -143,15 +132,8 @@ extern "C" void ZBSocketTableSetIsEmulatedDevUrandom(ZBSocket socket, bool value
 }
 
 extern "C" void ZBSocketTableRemove(ZBSocket socket) noexcept {
-  zb::ScopedLock<ZBSpinLock> hold(&gTableLock);
-  for (ZBSocketTableEntry **link = bucketOf(socket); *link != nullptr; link = &(*link)->next) {
-    if ((*link)->socket == socket) {
-      ZBSocketTableEntry *entry = *link;
-      *link = entry->next;
-      _ZBFreeWithZone(nullptr, entry);
-      return;
-    }
-  }
+  zb::ScopedLock<ZBSpinLock> hold(gTable.lock());
+  _ZBFreeWithZone(nullptr, gTable.unlink(socket)); // null when unknown
 }
 
 // ---- Lifecycle ------------------------------------------------------------

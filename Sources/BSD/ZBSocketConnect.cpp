@@ -13,18 +13,17 @@
 #include "ZBAlloc.h"
 #include "ZBLog.h"
 #include "ZBScopedLock.h"
+#include "ZBSocketChains.h"
 #include "ZBSocketAddress.h"
 #include "ZBSocketPrivate.h"
 
 #include <atomic>
-#include <utility>
 
 using namespace zb::sockets;
 
 namespace {
 
 constexpr uint32_t kOperationConnect = 1;
-constexpr uint32_t kBucketCount = 64;
 constexpr uint32_t kMaximumFastOpenData = 1024;
 constexpr WORD kFastOpenVersion = 0x0202;
 constexpr int kTCPFastOpen = 15;
@@ -38,30 +37,21 @@ struct ZBSocketPendingOp {
   ZBSocketPendingOp *next;
 };
 
-ZBSpinLock gPendingLock = 0;
-ZBSocketPendingOp *gPending[kBucketCount];
+SocketChains<ZBSocketPendingOp> gPending;
 // Set once when a connect with data was refused for want of fast open.
 std::atomic<int32_t> gFastOpenRefused{0};
 
-ZBSocketPendingOp **bucketOf(ZBSocket socket) { return &gPending[socket & (kBucketCount - 1)]; }
-
 void addPendingOp(ZBSocket socket, OVERLAPPED *overlapped, uint32_t expected) {
-  zb::ScopedLock<ZBSpinLock> hold(&gPendingLock);
+  zb::ScopedLock<ZBSpinLock> hold(gPending.lock());
   auto *record = static_cast<ZBSocketPendingOp *>(
       _ZBAllocWithZoneAndDesc(nullptr, sizeof(ZBSocketPendingOp), "ZBSocketAddPendingIOOps"));
-  ZBSocketPendingOp **bucket = bucketOf(socket);
-  *record = {socket, overlapped, kOperationConnect, expected, *bucket};
-  *bucket = record;
+  *record = {socket, overlapped, kOperationConnect, expected, nullptr};
+  gPending.push(record);
 }
 
-// Unlinks and answers the socket's first record, or null.
 ZBSocketPendingOp *takePendingOp(ZBSocket socket) {
-  zb::ScopedLock<ZBSpinLock> hold(&gPendingLock);
-  for (ZBSocketPendingOp **link = bucketOf(socket); *link != nullptr; link = &(*link)->next) {
-    if ((*link)->socket == socket)
-      return std::exchange(*link, (*link)->next);
-  }
-  return nullptr;
+  zb::ScopedLock<ZBSpinLock> hold(gPending.lock());
+  return gPending.unlink(socket);
 }
 
 OVERLAPPED *newOverlapped() {
@@ -105,12 +95,9 @@ bool ensureBound(ZBSocket socket, const sockaddr *destination) {
 namespace zb::sockets {
 
 bool hasPendingOp(ZBSocket socket) noexcept {
-  zb::ScopedLock<ZBSpinLock> hold(&gPendingLock);
-  for (const ZBSocketPendingOp *record = *bucketOf(socket); record != nullptr;
-       record = record->next)
-    if (record->socket == socket)
-      return record->type == kOperationConnect;
-  return false;
+  zb::ScopedLock<ZBSpinLock> hold(gPending.lock());
+  const ZBSocketPendingOp *record = gPending.find(socket);
+  return record != nullptr && record->type == kOperationConnect;
 }
 
 void clearPendingIOOps(ZBSocket socket) noexcept {
