@@ -37,6 +37,22 @@ ZBError checkTransfer(ZBSocket socket) {
   return hasPendingOp(socket) ? ZBErrorWouldBlock : ZBErrorNone;
 }
 
+// What every single-buffer transfer does first: the count goes to 0, a
+// refused socket or an empty request answers at once, and a missing buffer
+// is refused. kProceed means the transfer goes on to Winsock.
+constexpr ZBError kProceed = 1;
+
+ZBError prepareTransfer(ZBSocket socket, const void *buffer, uint32_t length,
+                        uint32_t *outCount) {
+  if (outCount != nullptr)
+    *outCount = 0;
+  if (const ZBError error = checkTransfer(socket))
+    return error;
+  if (length == 0)
+    return ZBErrorNone;
+  return buffer != nullptr ? kProceed : ZBErrorInvalidArgument;
+}
+
 // The result of a Winsock transfer that answers a count or SOCKET_ERROR.
 ZBError countResult(int result, uint32_t *outCount) {
   if (result == SOCKET_ERROR)
@@ -71,14 +87,8 @@ private:
 
 extern "C" ZBError ZBSocketReceive(ZBSocket socket, void *buffer, uint32_t length, int32_t flags,
                                    uint32_t *outCount) noexcept {
-  if (outCount != nullptr)
-    *outCount = 0;
-  if (const ZBError error = checkTransfer(socket))
-    return error;
-  if (length == 0)
-    return ZBErrorNone;
-  if (buffer == nullptr)
-    return ZBErrorInvalidArgument;
+  if (const ZBError early = prepareTransfer(socket, buffer, length, outCount); early != kProceed)
+    return early;
   return countResult(zb::gSystemCalls.recv(toSocket(socket), static_cast<char *>(buffer),
                                            clampLength(length), receiveFlags(flags)),
                      outCount);
@@ -86,14 +96,8 @@ extern "C" ZBError ZBSocketReceive(ZBSocket socket, void *buffer, uint32_t lengt
 
 extern "C" ZBError ZBSocketSend(ZBSocket socket, const void *buffer, uint32_t length,
                                 int32_t flags, uint32_t *outCount) noexcept {
-  if (outCount != nullptr)
-    *outCount = 0;
-  if (const ZBError error = checkTransfer(socket))
-    return error;
-  if (length == 0)
-    return ZBErrorNone;
-  if (buffer == nullptr)
-    return ZBErrorInvalidArgument;
+  if (const ZBError early = prepareTransfer(socket, buffer, length, outCount); early != kProceed)
+    return early;
   return countResult(zb::gSystemCalls.send(toSocket(socket), static_cast<const char *>(buffer),
                                            clampLength(length), sendFlags(flags)),
                      outCount);
@@ -103,13 +107,9 @@ extern "C" ZBError ZBSocketReceiveFrom(ZBSocket socket, void *buffer, uint32_t l
                                        int32_t flags, sockaddr *outAddress,
                                        uint32_t *inOutAddressLength,
                                        uint32_t *outCount) noexcept {
-  if (outCount != nullptr)
-    *outCount = 0;
-  if (const ZBError error = checkTransfer(socket))
-    return error;
-  if (length == 0)
-    return ZBErrorNone;
-  if (buffer == nullptr || (outAddress != nullptr && inOutAddressLength == nullptr))
+  if (const ZBError early = prepareTransfer(socket, buffer, length, outCount); early != kProceed)
+    return early;
+  if (outAddress != nullptr && inOutAddressLength == nullptr)
     return ZBErrorInvalidArgument;
   int addressLength = outAddress != nullptr ? static_cast<int>(*inOutAddressLength) : 0;
   const int result = zb::gSystemCalls.recvfrom(
