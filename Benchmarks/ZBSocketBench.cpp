@@ -102,7 +102,7 @@ int main() {
     ZBSocketCreate(AF_INET, SOCK_DGRAM, 0, 0, &idle[index]);
     polls[index] = {static_cast<SOCKET>(idle[index]), POLLRDNORM, 0};
   }
-  const zbbench::Options pollOptions{9, 20};
+  const zbbench::Options pollOptions{21, 10};
   zbbench::compare(
       "ZBSocketPoll x64 idle, timeout 0 vs WSAPoll",
       [&](int64_t n) {

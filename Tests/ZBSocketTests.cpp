@@ -747,7 +747,7 @@ TEST(ZBSocketConnect, ConnectWithDataFallsBackWhereFastOpenIsMissing) {
 DWORD gTransferred = 0;
 bool gIncomplete = false;
 bool gCancelFails = false;
-int gContextUpdates = 0;
+std::atomic<int> gContextUpdates{0};
 
 BOOL PASCAL pendingConnectEx(SOCKET, const sockaddr *, int, PVOID, DWORD, LPDWORD, LPOVERLAPPED) {
   WSASetLastError(ERROR_IO_PENDING);
@@ -822,6 +822,26 @@ void pendingConnectSteps() {
                                           &sent) == 0);
     PENDING_CHECK(sent == 16 && ZBSocketHasPendingConnectOp(socket));
   };
+  // Sixteen threads making, settling and closing pending connects at once
+  // leave no record behind.
+  gTransferred = 16;
+  std::mutex lock;
+  std::set<ZBSocket> seen;
+  zbtest::onThreads(16, [&](int thread) {
+    for (int round = 0; round < 20; ++round) {
+      ZBSocket socket = kAllOnes;
+      startPending(socket);
+      if ((round + thread) % 2 == 0)
+        PENDING_CHECK(ZBSocketProcessPendingConnectOp(socket));
+      PENDING_CHECK(ZBSocketClose(socket) == 0);
+      std::lock_guard<std::mutex> hold(lock);
+      seen.insert(socket);
+    }
+  });
+  for (ZBSocket socket : seen)
+    PENDING_CHECK(!ZBSocketHasPendingConnectOp(socket));
+  gContextUpdates = 0;
+
   ZBSocket socket = kAllOnes;
   startPending(socket);
   char byte;
