@@ -2,7 +2,7 @@
 // pair (256 MiB per run, a thread receiving on the far side) with
 // ZBSocketSend/ZBSocketReceive against send/recv on a pair made the same
 // way; ZBSocketPoll of 64 idle sockets with timeout 0 against WSAPoll of
-// each; and the time of one interface enumeration against the address-list
+// each (and against the select it is made of); and the time of one interface enumeration against the address-list
 // query it starts with.
 #include <winsock2.h>
 #include <ws2tcpip.h>
@@ -116,6 +116,28 @@ int main() {
         for (int64_t i = 0; i < n; ++i)
           for (WSAPOLLFD &poll : polls)
             zbbench::keep(WSAPoll(&poll, 1, 0));
+      },
+      pollOptions);
+  // The same wait as the raw select it is made of, to separate the
+  // library's cost from that of select itself.
+  zbbench::compare(
+      "ZBSocketPoll x64 idle, timeout 0 vs select",
+      [&](int64_t n) {
+        for (int64_t i = 0; i < n; ++i)
+          for (ZBSocket socket : idle) {
+            uint8_t events = 0;
+            zbbench::keep(ZBSocketPoll(socket, ZBSocketPollReadable, &events, 0));
+          }
+      },
+      [&](int64_t n) {
+        for (int64_t i = 0; i < n; ++i)
+          for (WSAPOLLFD &poll : polls) {
+            fd_set set;
+            FD_ZERO(&set);
+            FD_SET(poll.fd, &set);
+            timeval none = {0, 0};
+            zbbench::keep(select(0, &set, nullptr, &set, &none));
+          }
       },
       pollOptions);
 

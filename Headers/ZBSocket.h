@@ -214,7 +214,8 @@ ZB_EXPORT bool ZBSocketProcessPendingConnectOp(ZBSocket socket) ZB_NOEXCEPT;
 
 /** Waits up to `timeout` seconds (negative: for ever) for the requested
     events (readable 1, writable 2); `outEvents` receives 1, 2 and 16.
-    @return 0; ZBErrorInvalidHandle; ZBErrorInvalidArgument (no out);
+    @return 0; ZBErrorInvalidHandle; ZBErrorInvalidArgument (no out, or a
+    timeout that is not a number);
     ZBErrorTimedOut; ZBErrorGeneric (an endless wait that ended empty);
     mapped error. */
 ZB_EXPORT ZBError ZBSocketPoll(ZBSocket socket, uint32_t events, uint8_t *outEvents,
