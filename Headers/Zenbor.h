@@ -14,10 +14,13 @@
 #include "ZBAlloc.h"
 #include "ZBBuffer.h"
 #include "ZBEnvironment.h"
+#include "ZBFile.h"
+#include "ZBFileDescriptor.h"
 #include "ZBInitializer.h"
 #include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBOption.h"
+#include "ZBPath.h"
 #include "ZBPrint.h"
 #include "ZBSocket.h"
 #include "ZBSocketAddress.h"
@@ -25,6 +28,7 @@
 #include "ZBThread.h"
 #include "ZBTime.h"
 #include "ZBTrace.h"
+#include "ZBVirtual.h"
 #include "qprintf.h"
 
 #endif /* ZENBOR_ZENBOR_H */

@@ -17,8 +17,33 @@
 #define ZB_SYSTEM_CALLS(X)                                                      \
   /* Paths */                                                                   \
   X(GetFileAttributesW)                                                         \
+  X(SetFileAttributesW)                                                         \
+  X(GetCurrentDirectoryW)                                                       \
+  X(GetFullPathNameW)                                                           \
                                                                                 \
   /* Descriptors, files and directories */                                      \
+  X(CreateFileW)                                                                \
+  X(ReadFile)                                                                   \
+  X(WriteFile)                                                                  \
+  X(SetFilePointerEx)                                                           \
+  X(GetFileSizeEx)                                                              \
+  X(SetEndOfFile)                                                               \
+  X(SetFileInformationByHandle)                                                 \
+  X(GetFileInformationByHandleEx)                                               \
+  X(GetFileInformationByHandle)                                                 \
+  X(SetFileTime)                                                                \
+  X(FlushFileBuffers)                                                           \
+  X(GetHandleInformation)                                                       \
+  X(SetHandleInformation)                                                       \
+  X(DuplicateHandle)                                                            \
+  X(CreateDirectoryW)                                                           \
+  X(RemoveDirectoryW)                                                           \
+  X(DeleteFileW)                                                                \
+  X(MoveFileExW)                                                                \
+  X(FindFirstFileExW)                                                           \
+  X(CreateFileMappingFromApp)                                                   \
+  X(MapViewOfFileFromApp)                                                       \
+  X(FlushViewOfFile)                                                            \
                                                                                 \
                                                                                 \
   /* Environment and application directories */                                 \

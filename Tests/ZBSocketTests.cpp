@@ -6,6 +6,7 @@
 // produce are injected through the system-call table.
 #include "ZBSocket.h"
 
+#include "ZBFileDescriptor.h"
 #include "ZBSocketAddress.h"
 #include "ZBSystemCallInjection.h"
 #include "ZBTestSupport.h"
@@ -1152,6 +1153,28 @@ TEST(ZBSocketOptions, FlagsAndSizesRoundTrip) {
   EXPECT_FALSE(ZBSocketGetUseSIGPIPE(socket));
   uint32_t size = 0;
   EXPECT_EQ(ZBErrorUnsupported, ZBSocketGetNonWrittenBufferSize(socket, &size));
+}
+
+// ---- Descriptors that are sockets -------------------------------------------------
+
+TEST(ZBSocketDescriptor, PendingBytesOfASocketDescriptorComeFromTheSocket) {
+  ZBSocket pair[2];
+  ASSERT_EQ(0, ZBSocketCreatePair(1, SOCK_STREAM, 0, 0, pair));
+  Owned first(pair[0]), second(pair[1]);
+  ASSERT_EQ(0, ZBSocketSend(pair[1], "three", 5, 0, nullptr));
+  uint8_t events = 0;
+  ASSERT_EQ(0, ZBSocketPoll(pair[0], ZBSocketPollReadable, &events, 5.0));
+  uint32_t count = 0;
+  for (int attempt = 0; attempt < 100 && count < 5; ++attempt)
+    ASSERT_EQ(0, ZBFileDescriptorGetPendingBytesCount(pair[0], &count));
+  EXPECT_EQ(5u, count);
+  // The socket layer's own failures come through, mapped as it maps them.
+  ScopedSystemCall fail(zb::gSystemCalls.ioctlsocket, [](SOCKET, long, u_long *) -> int {
+    WSASetLastError(WSAEINPROGRESS);
+    return SOCKET_ERROR;
+  });
+  EXPECT_EQ(ZBErrorInProgress, ZBFileDescriptorGetPendingBytesCount(pair[0], &count));
+  EXPECT_EQ(0u, count);
 }
 
 // ---- Bad input ------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 // abnormal end of the process and the system environment.
 #include "ZBPlatform.h"
 
+#include "ZBPathNT.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
 
@@ -13,7 +14,6 @@
 #include <cstring>
 #include <cwchar>
 #include <memory>
-#include <string>
 
 namespace zb::platform {
 namespace {
@@ -21,28 +21,6 @@ namespace {
 // The non-continuable exception that marks a deliberate abort.
 constexpr DWORD kAbortExceptionCode = 0xC0000025;
 constexpr int kMaxBacktraceFrames = 62;
-
-std::wstring widen(const char *text) {
-  const int units = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
-  if (units <= 0)
-    return std::wstring();
-  std::wstring wide(static_cast<size_t>(units), L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, text, -1, wide.data(), units);
-  wide.resize(static_cast<size_t>(units - 1));
-  return wide;
-}
-
-// The library's paths use "/" and may spell a drive as "/C:/..."; the file
-// call wants "C:\...".
-std::wstring nativePath(const char *path) {
-  std::wstring wide = widen(path);
-  if (wide.size() >= 3 && wide[0] == L'/' && wide[2] == L':')
-    wide.erase(0, 1);
-  for (wchar_t &unit : wide)
-    if (unit == L'/')
-      unit = L'\\';
-  return wide;
-}
 
 } // namespace
 
@@ -66,16 +44,17 @@ bool localTime(int64_t unixSeconds, std::tm *out) noexcept {
 
 void debugOutput(const char *line) noexcept { OutputDebugStringA(line); }
 
+// The path goes to the system as every file path does: "/C:/x" as "C:/x",
+// in the long-path form.
 void *openLogFile(const char *path) noexcept {
-  try {
-    HANDLE file = CreateFileW(nativePath(path).c_str(), GENERIC_WRITE,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH,
-                              nullptr);
-    return file == INVALID_HANDLE_VALUE ? nullptr : file;
-  } catch (...) {
+  const zb::path::NTPath nt = zb::path::fileSystemPath(path);
+  if (!nt)
     return nullptr;
-  }
+  HANDLE file = CreateFileW(nt.get(), GENERIC_WRITE,
+                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH,
+                            nullptr);
+  return file == INVALID_HANDLE_VALUE ? nullptr : file;
 }
 
 void writeLogFile(void *file, const char *bytes, size_t length) noexcept {

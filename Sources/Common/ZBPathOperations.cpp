@@ -1,0 +1,245 @@
+// Operations on path texts built on the path model: conversion between
+// styles, normalised, converted and concatenated copies, directory and base
+// names, and the wide long-path form ("\\?\C:\...") that Windows file calls
+// take. Nothing here touches the file system.
+#include "ZBPathInfoRecord.h"
+
+#include "ZBAlloc.h"
+#include "ZBLog.h"
+#include "ZBString.h"
+
+#include <algorithm>
+
+using zb::path::isDOSSeparator;
+using zb::path::isKnownStyle;
+
+namespace {
+
+// The smallest buffer a converted copy gets, whatever the source's length.
+constexpr size_t kConversionBufferMinimum = 2049;
+constexpr char kLongPathPrefix[] = "\\\\?\\";
+constexpr size_t kLongPathPrefixLength = 4;
+
+// A work buffer: on the stack when small (typical paths), else from the
+// default zone. data() is null when that allocation fails.
+class ScratchBuffer {
+public:
+  explicit ScratchBuffer(size_t size)
+      : data_(size <= sizeof local_
+                  ? local_
+                  : static_cast<char *>(_ZBAllocWithZoneAndDesc(nullptr, size, "ZBPathScratch"))) {}
+  ~ScratchBuffer() {
+    if (data_ != local_)
+      _ZBFreeWithZone(nullptr, data_);
+  }
+  ScratchBuffer(const ScratchBuffer &) = delete;
+  ScratchBuffer &operator=(const ScratchBuffer &) = delete;
+  char *data() const { return data_; }
+
+private:
+  char local_[512];
+  char *data_;
+};
+
+char *allocateText(size_t size, const char *description) {
+  return static_cast<char *>(_ZBAllocWithZoneAndDesc(nullptr, size, description));
+}
+
+// Runs `fill(buffer, size)` on a new buffer of `size` bytes and returns the
+// buffer when it succeeds; frees it and returns null otherwise.
+template <typename Fill>
+char *copyFilledBy(size_t size, const char *description, Fill fill) {
+  char *text = allocateText(size, description);
+  if (text != nullptr && !fill(text, size)) {
+    _ZBFreeWithZone(nullptr, text);
+    return nullptr;
+  }
+  return text;
+}
+
+// The shared split of ZBPathCopyDirectoryName and ZBPathCopyBaseName:
+// trailing separators are ignored, the last component is what follows the
+// last separator, and the directory is what precedes it.
+struct LastComponent {
+  size_t directoryLength; // 0: no directory part (".")
+  size_t baseStart;
+  size_t baseLength;
+};
+
+LastComponent splitLastComponent(const char *path) {
+  const size_t length = std::strlen(path);
+  size_t end = length;
+  while (end > 1 && isDOSSeparator(path[end - 1]))
+    --end;
+  // A drive root ("C:/") is its own directory and base name.
+  if (end == 2 && length > 2 && zb::path::startsWithDrive(path))
+    return {3, 0, 3};
+  size_t start = end;
+  while (start > 0 && !isDOSSeparator(path[start - 1]))
+    --start;
+  if (start == end && end > 0) // nothing but separators: the root
+    return {1, 0, 1};
+  if (start == 0)
+    return {0, 0, end};
+  size_t directoryEnd = start;
+  while (directoryEnd > 1 && isDOSSeparator(path[directoryEnd - 1]))
+    --directoryEnd;
+  if (directoryEnd == 2 && zb::path::startsWithDrive(path))
+    directoryEnd = 3; // "C:/a" lives in "C:/", not in the drive's current directory "C:"
+  return {directoryEnd, start, end - start};
+}
+
+} // namespace
+
+extern "C" bool ZBPathConvert(ZBPathStyle fromStyle, const char *source, ZBPathStyle toStyle,
+                              char *destination, size_t size, uint32_t options,
+                              bool normalize) noexcept {
+  if (source == nullptr || destination == nullptr || size == 0 || !isKnownStyle(fromStyle) ||
+      !isKnownStyle(toStyle))
+    return false;
+  if (fromStyle == toStyle) {
+    if (normalize)
+      return ZBPathNormalizeWithStyle(toStyle, source, destination, size, options);
+    const size_t length = std::strlen(source);
+    if (length + 1 > size)
+      return false;
+    std::memmove(destination, source, length + 1);
+    return true;
+  }
+  ZBPathInfo *info = ZBPathInfoCreateWithStyle(fromStyle, source, false);
+  if (info == nullptr)
+    return false;
+  // Written to a work buffer first: the components point into the source,
+  // which may be the destination.
+  ScratchBuffer written(size);
+  bool converted = written.data() != nullptr &&
+                   ZBPathInfoReconstructWithStyle(info, toStyle, 0, written.data(), size);
+  ZBPathInfoFree(info);
+  if (converted && normalize)
+    converted = ZBPathNormalizeWithStyle(toStyle, written.data(), destination, size, options);
+  else if (converted)
+    std::memcpy(destination, written.data(), std::strlen(written.data()) + 1);
+  return converted;
+}
+
+extern "C" char *ZBPathCopyNormalizedWithStyle(ZBPathStyle style, const char *path,
+                                               uint32_t options) noexcept {
+  if (path == nullptr || !isKnownStyle(style))
+    return nullptr;
+  const size_t length = std::strlen(path);
+  if (length == 0)
+    return _ZBCStringDuplicate("");
+  if (length > (SIZE_MAX - 1) / 2)
+    return nullptr;
+  return copyFilledBy(length * 2 + 1, "ZBPathCopyNormalizedWithStyle",
+                      [&](char *text, size_t size) {
+                        return ZBPathNormalizeWithStyle(style, path, text, size, options);
+                      });
+}
+
+extern "C" char *ZBPathCopyNormalized(const char *path, uint32_t options) noexcept {
+  return ZBPathCopyNormalizedWithStyle(ZBPathStylePOSIX, path, options);
+}
+
+extern "C" char *ZBPathCopyConvertingWithStyle(ZBPathStyle fromStyle, const char *path,
+                                               ZBPathStyle toStyle, uint32_t options,
+                                               bool normalize) noexcept {
+  if (path == nullptr)
+    return nullptr;
+  const size_t length = std::strlen(path);
+  if (length == 0)
+    return _ZBCStringDuplicate("");
+  if (length == SIZE_MAX)
+    return nullptr;
+  // The conversion is given the source's length + 1 however large the
+  // buffer is: a result longer than its source fails, deliberately.
+  return copyFilledBy(std::max(length + 1, kConversionBufferMinimum),
+                      "ZBPathCopyConvertingWithStyle", [&](char *text, size_t) {
+                        return ZBPathConvert(fromStyle, path, toStyle, text, length + 1, options,
+                                             normalize);
+                      });
+}
+
+extern "C" char *ZBPathCopyConverting(ZBPathStyle fromStyle, const char *path,
+                                      ZBPathStyle toStyle, uint32_t options,
+                                      bool normalize) noexcept {
+  return ZBPathCopyConvertingWithStyle(fromStyle, path, toStyle, options, normalize);
+}
+
+extern "C" char *ZBPathCopyConcatenatedWithStyle(ZBPathStyle style, const char *first,
+                                                 const char *second) noexcept {
+  if (first == nullptr || second == nullptr || !isKnownStyle(style))
+    return nullptr;
+  ZBPathInfo *head = ZBPathInfoCreateWithStyle(style, first, false);
+  ZBPathInfo *tail = ZBPathInfoCreateWithStyle(style, second, false);
+  char *result = nullptr;
+  if (head != nullptr && tail != nullptr && ZBPathInfoAppendInfo(head, tail))
+    result = ZBPathInfoCopyReconstructingWithStyle(head, style);
+  ZBPathInfoFree(head);
+  ZBPathInfoFree(tail);
+  return result;
+}
+
+extern "C" char *ZBPathCopyConcatenated(const char *first, const char *second) noexcept {
+  return ZBPathCopyConcatenatedWithStyle(ZBPathStylePOSIX, first, second);
+}
+
+extern "C" char *ZBPathCopyDirectoryName(const char *path) noexcept {
+  if (path == nullptr)
+    return nullptr;
+  const LastComponent split = splitLastComponent(path);
+  if (split.directoryLength == 0)
+    return _ZBCStringDuplicate(".");
+  return ZBCStringDuplicateWithLength(nullptr, path, split.directoryLength);
+}
+
+extern "C" char *ZBPathCopyBaseName(const char *path) noexcept {
+  if (path == nullptr)
+    return nullptr;
+  const LastComponent split = splitLastComponent(path);
+  return ZBCStringDuplicateWithLength(nullptr, path + split.baseStart, split.baseLength);
+}
+
+extern "C" ZBWChar *ZBPathCopyNT(const char *path) noexcept {
+  if (path == nullptr)
+    return nullptr;
+  if (zb::path::startsWith(path, kLongPathPrefix))
+    return ZBWCStringDuplicateCString(nullptr, path);
+  if (path[0] == '\\' && path[1] == '\\')
+    ZBLogNYICounter("ZBPathCopyNT", 467); // UNC paths go to the system as they are
+  if (!ZBPathIsAbsolute(path))
+    return ZBWCStringDuplicateCString(nullptr, path);
+
+  const size_t length = std::strlen(path);
+  ScratchBuffer normalized(length + 1);
+  if (normalized.data() == nullptr ||
+      !ZBPathNormalizeWithStyle(ZBPathStyleDOS, path, normalized.data(), length + 1, 0)) {
+    ZB_LOG_AT(ZBLogLevelError, "ZBPathCopyNT", __FILE__, __LINE__, "Failed to normalize path %s",
+              path);
+    return nullptr;
+  }
+  // The long-path form needs a drive: a path rooted without one ("/tmp/x",
+  // "//server/share") goes as "\tmp\x" or "\\server\share", which the
+  // system resolves against the current drive, within 260 characters.
+  const size_t prefixLength =
+      zb::path::startsWithDrive(normalized.data()) ? kLongPathPrefixLength : 0;
+  // UTF-8 never needs more UTF-16 units than it has bytes.
+  const size_t normalizedLength = std::strlen(normalized.data());
+  const size_t capacity = prefixLength + normalizedLength;
+  auto *wide = static_cast<ZBWChar *>(
+      _ZBAllocWithZoneAndDesc(nullptr, (capacity + 1) * sizeof(ZBWChar), "ZBPathCopyNT"));
+  if (wide == nullptr)
+    return nullptr;
+  for (size_t index = 0; index < prefixLength; ++index)
+    wide[index] = static_cast<ZBWChar>(kLongPathPrefix[index]);
+  size_t errors = 0;
+  const size_t units =
+      ZBUTF8ToUTF16(wide + prefixLength, normalizedLength, normalized.data(), normalizedLength,
+                    ZBUTFFlagLatin1Fallback, &errors);
+  if (errors != 0) {
+    _ZBFreeWithZone(nullptr, wide);
+    return nullptr;
+  }
+  wide[prefixLength + units] = 0;
+  return wide;
+}
