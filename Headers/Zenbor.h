@@ -20,6 +20,8 @@
 #include "ZBPath.h"
 #include "ZBPrint.h"
 #include "ZBProcess.h"
+#include "ZBSocket.h"
+#include "ZBSocketAddress.h"
 #include "ZBString.h"
 #include "ZBThread.h"
 #include "ZBTime.h"

@@ -55,6 +55,35 @@
                                                                                 \
                                                                                 \
   /* Sockets */                                                                 \
+  X(WSAStartup)                                                                 \
+  X(WSAIoctl)                                                                   \
+  X(socket)                                                                     \
+  X(closesocket)                                                                \
+  X(ioctlsocket)                                                                \
+  X(bind)                                                                       \
+  X(listen)                                                                     \
+  X(getsockname)                                                                \
+  X(getpeername)                                                                \
+  X(accept)                                                                     \
+  X(connect)                                                                    \
+  X(send)                                                                       \
+  X(recv)                                                                       \
+  X(sendto)                                                                     \
+  X(recvfrom)                                                                   \
+  X(WSARecv)                                                                    \
+  X(WSASend)                                                                    \
+  X(select)                                                                     \
+  X(getsockopt)                                                                 \
+  X(setsockopt)                                                                 \
+  X(shutdown)                                                                   \
+  X(WSAEventSelect)                                                             \
+  X(WSADuplicateSocketW)                                                        \
+  X(WSASocketW)                                                                 \
+  X(getaddrinfo)                                                                \
+  X(gethostbyname)                                                              \
+  X(getnameinfo)                                                                \
+  X(GetOverlappedResultEx)                                                      \
+  X(CancelIoEx)                                                                 \
                                                                                 \
                                                                                 \
   /* Time zones */                                                              \

@@ -1,18 +1,13 @@
-// The descriptor family's routes into the socket layer. The socket layer
-// takes these over: until it exists they ask Winsock directly and map its
-// error as every socket function does.
+// The descriptor family's routes into the socket layer: each answers with
+// the socket entry point, so a descriptor that is a socket behaves exactly
+// as the socket does. Descriptors keep the handle's full width; socket
+// handles keep their value within 32 significant bits, so the narrowing
+// here loses nothing.
 #include "ZBDescriptorSocketRoute.h"
 
-#include "ZBErrorMapping.h"
-
-#include <winsock2.h>
+#include "ZBSocket.h"
 
 ZBError _ZBDescriptorSocketGetPendingBytesCount(ZBFileDescriptor fd,
                                                 uint32_t *outCount) noexcept {
-  // Socket handles keep their value within 32 significant bits.
-  u_long count = 0;
-  if (ioctlsocket(static_cast<SOCKET>(fd), FIONREAD, &count) != 0)
-    return _ZBSocketErrorFromWSAError(WSAGetLastError());
-  *outCount = static_cast<uint32_t>(count);
-  return ZBErrorNone;
+  return ZBSocketGetPendingBytesCount(static_cast<ZBSocket>(fd), outCount);
 }
