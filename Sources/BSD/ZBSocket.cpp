@@ -90,7 +90,7 @@ void setFlag(ZBSocket socket, uint32_t flag, bool value) {
   entry->flags = value ? entry->flags | flag : entry->flags & ~flag;
 }
 
-// The Part 1.1 description of a code, or "" for the codes without one.
+// The error space's description of a code, or "" for the codes without one.
 const char *describedOrEmpty(ZBError code) {
   return code <= 0 && code >= ZBErrorLowestDescribed ? ZBErrorGetDescription(code) : "";
 }
