@@ -16,10 +16,9 @@ constexpr DWORD kFileSize = 1 << 20;
 
 std::wstring wide(const std::string &text) {
   std::wstring result(text.size(), L'\0');
-  result.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(),
-                                                        static_cast<int>(text.size()),
-                                                        result.data(),
-                                                        static_cast<int>(result.size()))));
+  result.resize(static_cast<size_t>(
+      MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), result.data(),
+                          static_cast<int>(result.size()))));
   return result;
 }
 
@@ -55,40 +54,38 @@ void benchmarkTransfers(const std::string &directory) {
   for (DWORD block : {DWORD{4096}, kFileSize}) {
     const zbbench::Options options{15, block == 4096 ? 20000 : 300};
     const std::string size = block == 4096 ? "4 KiB" : "1 MiB";
-    zbbench::compare(
-        ("ZBFileDescriptorRead " + size + " vs ReadFile").c_str(),
-        [&](int64_t n) {
-          blocks(handle, block, n, [&] {
-            uint32_t count = 0;
-            ZBFileDescriptorRead(fd, buffer.data(), block, &count);
-            zbbench::keep(count);
-          });
-        },
-        [&](int64_t n) {
-          blocks(handle, block, n, [&] {
-            DWORD count = 0;
-            ReadFile(handle, buffer.data(), block, &count, nullptr);
-            zbbench::keep(count);
-          });
-        },
-        options);
-    zbbench::compare(
-        ("ZBFileDescriptorWrite " + size + " vs WriteFile").c_str(),
-        [&](int64_t n) {
-          blocks(handle, block, n, [&] {
-            uint32_t count = 0;
-            ZBFileDescriptorWrite(fd, buffer.data(), block, &count);
-            zbbench::keep(count);
-          });
-        },
-        [&](int64_t n) {
-          blocks(handle, block, n, [&] {
-            DWORD count = 0;
-            WriteFile(handle, buffer.data(), block, &count, nullptr);
-            zbbench::keep(count);
-          });
-        },
-        options);
+    zbbench::compare(("ZBFileDescriptorRead " + size + " vs ReadFile").c_str(),
+                     [&](int64_t n) {
+                       blocks(handle, block, n, [&] {
+                         uint32_t count = 0;
+                         ZBFileDescriptorRead(fd, buffer.data(), block, &count);
+                         zbbench::keep(count);
+                       });
+                     },
+                     [&](int64_t n) {
+                       blocks(handle, block, n, [&] {
+                         DWORD count = 0;
+                         ReadFile(handle, buffer.data(), block, &count, nullptr);
+                         zbbench::keep(count);
+                       });
+                     },
+                     options);
+    zbbench::compare(("ZBFileDescriptorWrite " + size + " vs WriteFile").c_str(),
+                     [&](int64_t n) {
+                       blocks(handle, block, n, [&] {
+                         uint32_t count = 0;
+                         ZBFileDescriptorWrite(fd, buffer.data(), block, &count);
+                         zbbench::keep(count);
+                       });
+                     },
+                     [&](int64_t n) {
+                       blocks(handle, block, n, [&] {
+                         DWORD count = 0;
+                         WriteFile(handle, buffer.data(), block, &count, nullptr);
+                         zbbench::keep(count);
+                       });
+                     },
+                     options);
   }
   ZBFileDescriptorClose(fd);
 }

@@ -45,7 +45,6 @@ int main() {
 
   zbbench::printHeader();
   compareWithFullPathName("ZBPathCopyNT(60 chars) vs GetFullPathNameW", kPath, kWidePath);
-  compareWithFullPathName("ZBPathCopyNT(relative) vs GetFullPathNameW", kRelative,
-                          kWideRelative);
+  compareWithFullPathName("ZBPathCopyNT(relative) vs GetFullPathNameW", kRelative, kWideRelative);
   return 0;
 }

@@ -2,8 +2,8 @@
 // pair (256 MiB per run, a thread receiving on the far side) with
 // ZBSocketSend/ZBSocketReceive against send/recv on a pair made the same
 // way; ZBSocketPoll of 64 idle sockets with timeout 0 against WSAPoll of
-// each (and against the select it is made of); and the time of one interface enumeration against the address-list
-// query it starts with.
+// each (and against the select it is made of); and the time of one interface enumeration against
+// the address-list query it starts with.
 #include <winsock2.h>
 #include <ws2tcpip.h>
 

@@ -45,8 +45,8 @@ void benchmarkClocks() {
         for (int64_t i = 0; i < n; ++i) {
           ULONGLONG ticks;
           QueryUnbiasedInterruptTime(&ticks);
-          zbbench::keep(__atomic_exchange_n(&shared, static_cast<int64_t>(ticks) * 100,
-                                            __ATOMIC_ACQ_REL));
+          zbbench::keep(
+              __atomic_exchange_n(&shared, static_cast<int64_t>(ticks) * 100, __ATOMIC_ACQ_REL));
         }
       },
       kOptions);

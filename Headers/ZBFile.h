@@ -135,10 +135,8 @@ ZB_EXPORT ZBError ZBFileMove(const char *source, const char *destination,
     epoch; null means now) of the file at `path`.
     @return 0; ZBErrorInvalidArgument; else the error of the open or of
     setting the times. */
-ZB_EXPORT ZBError ZBFileSetAccessAndMotificationHRTimes(const char *path,
-                                                        const int64_t *accessTime,
-                                                        const int64_t *modificationTime)
-    ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBFileSetAccessAndMotificationHRTimes(
+    const char *path, const int64_t *accessTime, const int64_t *modificationTime) ZB_NOEXCEPT;
 
 /** Sets the creation time of the file at `path`; its access and
     modification times become now as well.
@@ -151,10 +149,8 @@ ZB_EXPORT ZBError ZBFileSetCreationHRTime(const char *path,
     what it points to.
     @return 0, or the ZBError of ZBFileSetAccessAndMotificationHRTimes
     (ZBErrorInvalidArgument for an empty path, ...). */
-ZB_EXPORT ZBError ZBLinkSetAccessAndMotificationHRTimes(const char *path,
-                                                        const int64_t *accessTime,
-                                                        const int64_t *modificationTime)
-    ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBLinkSetAccessAndMotificationHRTimes(
+    const char *path, const int64_t *accessTime, const int64_t *modificationTime) ZB_NOEXCEPT;
 
 ZB_EXTERN_C_END
 

@@ -43,19 +43,19 @@ enum { ZBFileDescriptorSeekSet = 0, ZBFileDescriptorSeekCurrent = 1, ZBFileDescr
 /** The stat-like information record. Times are nanoseconds since the Unix
     epoch; the mode holds POSIX type and permission bits. */
 typedef struct ZBFileInfo {
-  uint64_t device;         /**< the volume serial number */
-  uint64_t inode;          /**< the file ID */
-  uint32_t mode;           /**< e.g. 0100644 for a file, 040755 for a directory */
-  uint32_t linkCount;      /**< hard links to the file */
-  uint32_t unused1[2];     /**< always 0 */
-  int64_t size;            /**< bytes */
-  int64_t allocatedSize;   /**< bytes */
-  uint32_t blockSize;      /**< the virtual-memory page size */
-  uint32_t unused2[5];     /**< always 0 */
-  int64_t creationTime;    /**< ns since the Unix epoch */
-  int64_t changeTime;      /**< ns since the Unix epoch */
+  uint64_t device;          /**< the volume serial number */
+  uint64_t inode;           /**< the file ID */
+  uint32_t mode;            /**< e.g. 0100644 for a file, 040755 for a directory */
+  uint32_t linkCount;       /**< hard links to the file */
+  uint32_t unused1[2];      /**< always 0 */
+  int64_t size;             /**< bytes */
+  int64_t allocatedSize;    /**< bytes */
+  uint32_t blockSize;       /**< the virtual-memory page size */
+  uint32_t unused2[5];      /**< always 0 */
+  int64_t creationTime;     /**< ns since the Unix epoch */
+  int64_t changeTime;       /**< ns since the Unix epoch */
   int64_t modificationTime; /**< ns since the Unix epoch */
-  int64_t accessTime;      /**< ns since the Unix epoch */
+  int64_t accessTime;       /**< ns since the Unix epoch */
 } ZBFileInfo;
 
 /** Field masks of ZBFileDescriptorGetInfo and ZBPathGetInfo. */
@@ -142,9 +142,8 @@ ZB_EXPORT ZBError ZBFileDescriptorWrite(ZBFileDescriptor fd, const void *buffer,
     @return 0; ZBErrorInvalidHandle; ZBErrorOutOfRange for a negative
     offset; ZBErrorInvalidArgument for a null buffer; else the mapped
     system error. */
-ZB_EXPORT ZBError ZBFileDescriptorWriteAt(ZBFileDescriptor fd, const void *buffer,
-                                          uint32_t count, int64_t offset,
-                                          uint32_t *outBytesWritten) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBFileDescriptorWriteAt(ZBFileDescriptor fd, const void *buffer, uint32_t count,
+                                          int64_t offset, uint32_t *outBytesWritten) ZB_NOEXCEPT;
 
 /** Writes the `vectorCount` blocks in order; a short write ends the run
     with success. `outTotal` (optional) receives the bytes written.
@@ -215,8 +214,7 @@ ZB_EXPORT ZBError ZBFileDescriptorSynchronize(ZBFileDescriptor fd) ZB_NOEXCEPT;
 
 /** Makes the descriptor not inherited (`closeOnExec` true) or inherited.
     @return 0; ZBErrorInvalidHandle; else the mapped system error. */
-ZB_EXPORT ZBError ZBFileDescriptorSetCloseOnExec(ZBFileDescriptor fd,
-                                                 bool closeOnExec) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBFileDescriptorSetCloseOnExec(ZBFileDescriptor fd, bool closeOnExec) ZB_NOEXCEPT;
 
 /** Whether the descriptor is not inherited by child processes.
     @return 0; ZBErrorInvalidHandle; ZBErrorInvalidArgument for a null
@@ -274,9 +272,9 @@ ZB_EXPORT ZBError ZBPathGetFileMode(const char *path, uint32_t *outMode) ZB_NOEX
 /** A mapping of a descriptor's bytes into memory: the bytes, their count
     and the system's mapping object, in this order. */
 typedef struct ZBMmap {
-  void *bytes;      /**< the first mapped byte of the asked range */
-  uint32_t length;  /**< the mapped length in bytes */
-  void *mapping;    /**< the system's mapping object */
+  void *bytes;     /**< the first mapped byte of the asked range */
+  uint32_t length; /**< the mapped length in bytes */
+  void *mapping;   /**< the system's mapping object */
 } ZBMmap;
 
 /** Flags of ZBMmapCreateWithFD: the low three bits are the protection. */

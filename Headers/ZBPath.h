@@ -100,8 +100,7 @@ ZB_EXPORT void ZBPathInfoSetAbsolute(ZBPathInfo *info, bool absolute) ZB_NOEXCEP
     ZBPathInfoFlagTrailingSeparator). */
 ZB_EXPORT bool ZBPathInfoHasTrailingSeparator(const ZBPathInfo *info) ZB_NOEXCEPT;
 /** Sets or clears the trailing-separator flag. */
-ZB_EXPORT void ZBPathInfoSetHasTrailingSeparator(ZBPathInfo *info,
-                                                 bool trailing) ZB_NOEXCEPT;
+ZB_EXPORT void ZBPathInfoSetHasTrailingSeparator(ZBPathInfo *info, bool trailing) ZB_NOEXCEPT;
 
 /**
  * Appends the components of `source` to `destination`; they keep pointing
@@ -111,16 +110,14 @@ ZB_EXPORT void ZBPathInfoSetHasTrailingSeparator(ZBPathInfo *info,
  * other; a non-empty one clears it. Returns false when memory runs out or
  * an argument is null.
  */
-ZB_EXPORT bool ZBPathInfoAppendInfo(ZBPathInfo *destination,
-                                    const ZBPathInfo *source) ZB_NOEXCEPT;
+ZB_EXPORT bool ZBPathInfoAppendInfo(ZBPathInfo *destination, const ZBPathInfo *source) ZB_NOEXCEPT;
 /**
  * Parses `path` in the POSIX style and appends it as ZBPathInfoAppendInfo
  * does. With `copy` the info keeps its own copy of `path`; it can hold one
  * such copy, so a second copying append returns false. False also when
  * memory runs out or an argument is null.
  */
-ZB_EXPORT bool ZBPathInfoAppendPath(ZBPathInfo *info, const char *path,
-                                    bool copy) ZB_NOEXCEPT;
+ZB_EXPORT bool ZBPathInfoAppendPath(ZBPathInfo *info, const char *path, bool copy) ZB_NOEXCEPT;
 
 /**
  * Writes the first `componentCount` components (all of them when it is
@@ -143,8 +140,7 @@ ZB_EXPORT char *ZBPathInfoCopyReconstructingWithStyle(const ZBPathInfo *info,
     as a new string; null as ZBPathInfoCopyReconstructingWithStyle. */
 ZB_EXPORT char *ZBPathInfoCopyComponentsReconstructingWithStyle(const ZBPathInfo *info,
                                                                 ZBPathStyle style,
-                                                                int32_t componentCount)
-    ZB_NOEXCEPT;
+                                                                int32_t componentCount) ZB_NOEXCEPT;
 
 /**
  * Whether `path` is absolute in `style`, read from the text alone. POSIX:
@@ -157,8 +153,7 @@ ZB_EXPORT bool ZBPathIsAbsoluteWithStyle(ZBPathStyle style, const char *path) ZB
 ZB_EXPORT bool ZBPathIsAbsolute(const char *path) ZB_NOEXCEPT;
 /** Whether the info names a root. POSIX: no components. DOS: one component
     (the drive) and absolute. False for URLs, unknown styles and null. */
-ZB_EXPORT bool ZBPathInfoIsRootWithStyle(ZBPathStyle style,
-                                         const ZBPathInfo *info) ZB_NOEXCEPT;
+ZB_EXPORT bool ZBPathInfoIsRootWithStyle(ZBPathStyle style, const ZBPathInfo *info) ZB_NOEXCEPT;
 /** ZBPathInfoIsRootWithStyle in the POSIX style. */
 ZB_EXPORT bool ZBPathInfoIsRoot(const ZBPathInfo *info) ZB_NOEXCEPT;
 /** Describes the info on standard error: its texts, flags, node name and
@@ -176,9 +171,8 @@ ZB_EXPORT void ZBPathInfoDump(const ZBPathInfo *info) ZB_NOEXCEPT;
  * Returns false when the result does not fit, the style is unknown or an
  * argument is null.
  */
-ZB_EXPORT bool ZBPathNormalizeWithStyle(ZBPathStyle style, const char *source,
-                                        char *destination, size_t size,
-                                        uint32_t options) ZB_NOEXCEPT;
+ZB_EXPORT bool ZBPathNormalizeWithStyle(ZBPathStyle style, const char *source, char *destination,
+                                        size_t size, uint32_t options) ZB_NOEXCEPT;
 
 /* --- Operations on path texts ----------------------------------------- */
 
@@ -207,9 +201,8 @@ ZB_EXPORT char *ZBPathCopyConvertingWithStyle(ZBPathStyle fromStyle, const char 
                                               ZBPathStyle toStyle, uint32_t options,
                                               bool normalize) ZB_NOEXCEPT;
 /** The same as ZBPathCopyConvertingWithStyle. */
-ZB_EXPORT char *ZBPathCopyConverting(ZBPathStyle fromStyle, const char *path,
-                                     ZBPathStyle toStyle, uint32_t options,
-                                     bool normalize) ZB_NOEXCEPT;
+ZB_EXPORT char *ZBPathCopyConverting(ZBPathStyle fromStyle, const char *path, ZBPathStyle toStyle,
+                                     uint32_t options, bool normalize) ZB_NOEXCEPT;
 /** `second` appended to `first` (ZBPathInfoAppendInfo), written in `style`;
     null when either is null, a style is unknown or memory runs out. */
 ZB_EXPORT char *ZBPathCopyConcatenatedWithStyle(ZBPathStyle style, const char *first,
@@ -228,9 +221,9 @@ ZB_EXPORT char *ZBPathCopyBaseName(const char *path) ZB_NOEXCEPT;
  * The wide form of `path` that Windows file calls take. A "\\?\" path is
  * kept as it is; an absolute path ("/..." or "X:/...") is normalised in DOS
  * style, and one with a drive is prefixed with "\\?\", so it may exceed 260
- * characters; any other path (relative, "\\server") is only widened. Null for a null path, text that is
- * not UTF-8 (Latin-1 bytes are read as such), a failed normalisation
- * (logged as an Error) or no memory.
+ * characters; any other path (relative, "\\server") is only widened. Null for a null path, text
+ * that is not UTF-8 (Latin-1 bytes are read as such), a failed normalisation (logged as an Error)
+ * or no memory.
  */
 ZB_EXPORT ZBWChar *ZBPathCopyNT(const char *path) ZB_NOEXCEPT;
 
@@ -291,8 +284,7 @@ ZB_EXPORT char *ZBPathCopySymbolicLink(const char *path) ZB_NOEXCEPT;
 /** As ZBPathCopySymbolicLink, with the reason: 0 and the copy in
     `outPath`; ZBErrorInvalidArgument for an empty path or a null
     `outPath`, ZBErrorFileNotFound, ZBErrorNoMemory. */
-ZB_EXPORT ZBError ZBPathCopySymbolicLinkWithError(const char *path,
-                                                  char **outPath) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBPathCopySymbolicLinkWithError(const char *path, char **outPath) ZB_NOEXCEPT;
 /** The final path of the existing file or directory at `path`, links and
     junctions resolved, in the POSIX style ("C:/x/y"). Null when it does
     not exist or cannot be opened, or memory runs out. */

@@ -88,8 +88,8 @@ ZB_EXPORT bool ZBSocketIsNonBlocking(ZBSocket socket) ZB_NOEXCEPT;
     connecting one. A non-blocking stream pair cannot be made.
     @return 0; ZBErrorUnsupported (other domain, datagram types);
     ZBErrorInProgress (non-blocking stream); errors of the steps. */
-ZB_EXPORT ZBError ZBSocketCreatePair(int32_t domain, int32_t type, int32_t protocol,
-                                     uint32_t flags, ZBSocket outPair[2]) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBSocketCreatePair(int32_t domain, int32_t type, int32_t protocol, uint32_t flags,
+                                     ZBSocket outPair[2]) ZB_NOEXCEPT;
 
 /** Binds the socket. An invalid handle answers 0 without binding.
     @return 0; ZBErrorResourcesExhausted (WSAEWOULDBLOCK); mapped error. */
@@ -157,13 +157,12 @@ ZB_EXPORT ZBError ZBSocketReceive(ZBSocket socket, void *buffer, uint32_t length
                                   uint32_t *outCount) ZB_NOEXCEPT;
 /** Sends up to `length` bytes (flags: out-of-band, don't route).
     @return 0; ZBErrorInvalidHandle; ZBErrorWouldBlock; mapped error. */
-ZB_EXPORT ZBError ZBSocketSend(ZBSocket socket, const void *buffer, uint32_t length,
-                               int32_t flags, uint32_t *outCount) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBSocketSend(ZBSocket socket, const void *buffer, uint32_t length, int32_t flags,
+                               uint32_t *outCount) ZB_NOEXCEPT;
 /** Receives with the sender's address; the address length is written back.
     @return 0; ZBErrorInvalidHandle; ZBErrorWouldBlock; mapped error. */
-ZB_EXPORT ZBError ZBSocketReceiveFrom(ZBSocket socket, void *buffer, uint32_t length,
-                                      int32_t flags, struct sockaddr *outAddress,
-                                      uint32_t *inOutAddressLength,
+ZB_EXPORT ZBError ZBSocketReceiveFrom(ZBSocket socket, void *buffer, uint32_t length, int32_t flags,
+                                      struct sockaddr *outAddress, uint32_t *inOutAddressLength,
                                       uint32_t *outCount) ZB_NOEXCEPT;
 /** Sends to an address. Length 0 returns 0 before `outCount` is touched.
     @return 0; ZBErrorInvalidHandle; ZBErrorWouldBlock; mapped error. */
@@ -174,8 +173,8 @@ ZB_EXPORT ZBError ZBSocketSendTo(ZBSocket socket, const void *buffer, uint32_t l
     first (no ancillary data is returned) and the address is not filled.
     @return 0; ZBErrorInvalidHandle; ZBErrorInvalidArgument (no header);
     ZBErrorNoMemory; ZBErrorWouldBlock; mapped error. */
-ZB_EXPORT ZBError ZBSocketReceiveMessage(ZBSocket socket, ZBSocketMessage *message,
-                                         int32_t flags, uint32_t *outCount) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBSocketReceiveMessage(ZBSocket socket, ZBSocketMessage *message, int32_t flags,
+                                         uint32_t *outCount) ZB_NOEXCEPT;
 /** ZBSocketSendMany over the header's vector; address and control ignored.
     @return as ZBSocketSendMany; ZBErrorInvalidArgument (no header). */
 ZB_EXPORT ZBError ZBSocketSendMessage(ZBSocket socket, const ZBSocketMessage *message,
@@ -183,9 +182,8 @@ ZB_EXPORT ZBError ZBSocketSendMessage(ZBSocket socket, const ZBSocketMessage *me
 /** Sends a vector of buffers; a count of 0 still reaches Winsock.
     @return 0; ZBErrorInvalidHandle; ZBErrorNoMemory; ZBErrorWouldBlock;
     mapped error. */
-ZB_EXPORT ZBError ZBSocketSendMany(ZBSocket socket, uint32_t count,
-                                   const ZBSocketIOVector *vector, int32_t flags,
-                                   uint32_t *outCount) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBSocketSendMany(ZBSocket socket, uint32_t count, const ZBSocketIOVector *vector,
+                                   int32_t flags, uint32_t *outCount) ZB_NOEXCEPT;
 
 /* ---- Connect ----------------------------------------------------------- */
 
@@ -286,8 +284,7 @@ ZB_EXPORT ZBError ZBSocketGetSendTimeout(ZBSocket socket, int64_t *outNanosecond
     ZBErrorInvalidHandle; mapped error. */
 ZB_EXPORT ZBError ZBSocketSetReceiveTimeout(ZBSocket socket, int64_t nanoseconds) ZB_NOEXCEPT;
 /** SO_RCVTIMEO. @return 0; ZBErrorInvalidHandle; ZBErrorInvalidArgument; mapped error. */
-ZB_EXPORT ZBError ZBSocketGetReceiveTimeout(ZBSocket socket,
-                                            int64_t *outNanoseconds) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBSocketGetReceiveTimeout(ZBSocket socket, int64_t *outNanoseconds) ZB_NOEXCEPT;
 /** TCP_NODELAY. @return 0; mapped error. */
 ZB_EXPORT ZBError ZBSocketSetNoDelay(ZBSocket socket, bool value) ZB_NOEXCEPT;
 /** TCP_NODELAY. @return 0; ZBErrorInvalidArgument; mapped error. */
@@ -299,8 +296,7 @@ ZB_EXPORT ZBError ZBSocketSetUseSIGPIPE(ZBSocket socket, bool value) ZB_NOEXCEPT
 /** Always false. */
 ZB_EXPORT bool ZBSocketGetUseSIGPIPE(ZBSocket socket) ZB_NOEXCEPT;
 /** @return ZBErrorUnsupported. */
-ZB_EXPORT ZBError ZBSocketGetNonWrittenBufferSize(ZBSocket socket,
-                                                  uint32_t *outSize) ZB_NOEXCEPT;
+ZB_EXPORT ZBError ZBSocketGetNonWrittenBufferSize(ZBSocket socket, uint32_t *outSize) ZB_NOEXCEPT;
 
 ZB_EXTERN_C_END
 

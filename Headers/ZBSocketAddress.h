@@ -38,7 +38,8 @@ typedef struct ZBSocketAddressInfo {
 
 /** Resolution hints; the flags are the BSD AI_ values. */
 typedef struct ZBSocketAddressHints {
-  int32_t flags;      /**< AI_ flags: 0x1 passive, 0x2 canonical name, 0x4 numeric host, 0x100 all, 0x400 configured, 0x800 mapped, 0x1000 numeric service. */
+  int32_t flags; /**< AI_ flags: 0x1 passive, 0x2 canonical name, 0x4 numeric host, 0x100 all, 0x400
+                    configured, 0x800 mapped, 0x1000 numeric service. */
   int32_t family;     /**< 0, 2 or 23. */
   int32_t socketType; /**< Socket type, or 0. */
   int32_t protocol;   /**< Protocol, or 0. */
@@ -47,11 +48,13 @@ typedef struct ZBSocketAddressHints {
 /** An interface address handed to the ZBSocketInterfacesApply callback;
     the pointers are valid only during the call. */
 typedef struct ZBSocketInterface {
-  const char *name;                              /**< "lo" or "nif<index>". */
-  uint32_t flags;                                /**< 0x5 up, 0x8 neither loopback nor point-to-point, 0x10 broadcast, 0x20 multicast, 0x1000000 loopback, 0x2000000 point-to-point. */
+  const char *name; /**< "lo" or "nif<index>". */
+  uint32_t flags;   /**< 0x5 up, 0x8 neither loopback nor point-to-point, 0x10 broadcast, 0x20
+                       multicast, 0x1000000 loopback, 0x2000000 point-to-point. */
   const struct sockaddr *address;                /**< The interface address. */
   const struct sockaddr *netmask;                /**< Its mask. */
-  const struct sockaddr *broadcastOrDestination; /**< IPv4 only: broadcast, peer, or the loopback address itself; null for IPv6. */
+  const struct sockaddr *broadcastOrDestination; /**< IPv4 only: broadcast, peer, or the loopback
+                                                    address itself; null for IPv6. */
 } ZBSocketInterface;
 
 /** The ZBSocketInterfacesApply callback; its result is ignored. */
@@ -68,9 +71,8 @@ typedef int32_t (*ZBSocketInterfaceFunction)(void *context, const ZBSocketInterf
     @return 0; ZBErrorInvalidArgument (null pointers);
     ZBErrorFamilyUnsupported; ZBErrorBufferTooSmall (byte count other than
     4/16, or too little room). */
-ZB_EXPORT ZBError ZBSocketAddressInitialize(int32_t family, const void *bytes,
-                                            uint32_t byteCount, uint16_t port,
-                                            struct sockaddr *outAddress,
+ZB_EXPORT ZBError ZBSocketAddressInitialize(int32_t family, const void *bytes, uint32_t byteCount,
+                                            uint16_t port, struct sockaddr *outAddress,
                                             uint32_t *inOutLength) ZB_NOEXCEPT;
 /** The family in the first 16 bits (0 for a null address). */
 ZB_EXPORT uint16_t ZBSocketAddressGetFamily(const struct sockaddr *address,
@@ -113,8 +115,8 @@ ZB_EXPORT ZBSocketAddressInfo *ZBSocketAddressMakeInfoListNode(const struct sock
                                                                uint32_t length) ZB_NOEXCEPT;
 /** A deep copy of a list; null when the first node cannot be made (a
     failure further down leaves the copy shorter). */
-ZB_EXPORT ZBSocketAddressInfo *ZBSocketAddressDupInfoList(
-    const ZBSocketAddressInfo *list) ZB_NOEXCEPT;
+ZB_EXPORT ZBSocketAddressInfo *
+ZBSocketAddressDupInfoList(const ZBSocketAddressInfo *list) ZB_NOEXCEPT;
 /** Frees every node of a list; null is ignored. */
 ZB_EXPORT void ZBSocketAddressFreeInfoList(ZBSocketAddressInfo *list) ZB_NOEXCEPT;
 
@@ -146,8 +148,7 @@ ZB_EXPORT ZBError ZBSocketAddressReverseLookup(const struct sockaddr *address, u
     buffer cannot hold the text). */
 ZB_EXPORT ZBError ZBSocketAddressGetPrintable(const struct sockaddr *address, uint32_t length,
                                               uint16_t *outFamily, char *buffer,
-                                              uint32_t bufferSize,
-                                              uint16_t *outPort) ZB_NOEXCEPT;
+                                              uint32_t bufferSize, uint16_t *outPort) ZB_NOEXCEPT;
 /** Whether the address is in 10/8, 172.16/12, 192.168/16 or fc00::/7.
     @return 0 (also for other families, with false); ZBErrorInvalidArgument
     (null pointers, short IPv6); ZBErrorBufferTooSmall (short IPv4). */

@@ -32,10 +32,10 @@ typedef struct ZBTZFile ZBTZFile;
 
 /** What a transition query answers: the local time in force from `time`. */
 typedef struct ZBTZTransitionInfo {
-  uint8_t flags;            /**< ZBTZFlag... bits */
-  int64_t time;             /**< transition instant, seconds since 1970 UTC */
-  int32_t offset;           /**< seconds east of UT */
-  char abbreviation[32];    /**< at most 31 characters, NUL-terminated */
+  uint8_t flags;         /**< ZBTZFlag... bits */
+  int64_t time;          /**< transition instant, seconds since 1970 UTC */
+  int32_t offset;        /**< seconds east of UT */
+  char abbreviation[32]; /**< at most 31 characters, NUL-terminated */
 } ZBTZTransitionInfo;
 
 /** One transition handed to the zone builder. */
@@ -81,8 +81,7 @@ ZB_EXPORT ZBTZFile *ZBTimeZoneCreateWithGMTOffset(const char *name, int32_t offs
 
 /** A zone built from a list of transitions and leap seconds. Returns null
     for a null description, a null list with a non-zero count, or no memory. */
-ZB_EXPORT ZBTZFile *ZBTimeZoneCreateWithZone(const ZBTZZoneDescription *description)
-    ZB_NOEXCEPT;
+ZB_EXPORT ZBTZFile *ZBTimeZoneCreateWithZone(const ZBTZZoneDescription *description) ZB_NOEXCEPT;
 
 /** A zone for a name, trying the methods that `options` enables (ZBTZName...
     bits) in the order offset names ("GMT+05:30", "UTC-0800", "GMT"), links
@@ -98,8 +97,8 @@ ZB_EXPORT ZBTZFile *ZBTimeZoneCreateFromFile(const char *path) ZB_NOEXCEPT;
 /** A zone over the caller's TZif bytes, which are not copied and must
     outlive the zone. Returns null for bytes that are not a valid zone file
     (logged). */
-ZB_EXPORT ZBTZFile *ZBTimeZoneCreateWithData(const char *name, const void *data, uint32_t size)
-    ZB_NOEXCEPT;
+ZB_EXPORT ZBTZFile *ZBTimeZoneCreateWithData(const char *name, const void *data,
+                                             uint32_t size) ZB_NOEXCEPT;
 
 /** Frees a zone and, when the library made or read them, its bytes. Null is
     ignored. */
@@ -144,8 +143,8 @@ ZB_EXPORT uint32_t ZBTimeZoneGetDataLength(const ZBTZFile *zone) ZB_NOEXCEPT;
 /** Calls `callback` for every tz name of the known-zone table, in table
     order, until it returns a positive value. Returns the last result, 0 when
     never called (also for a null callback). */
-ZB_EXPORT int32_t ZBTimeZoneIterateKnownNames(ZBTimeZoneNameCallback callback, void *context)
-    ZB_NOEXCEPT;
+ZB_EXPORT int32_t ZBTimeZoneIterateKnownNames(ZBTimeZoneNameCallback callback,
+                                              void *context) ZB_NOEXCEPT;
 
 /** Calls `callback` for every non-empty abbreviation of the known-zone table
     (standard, then daylight, row by row) until it returns a positive value.

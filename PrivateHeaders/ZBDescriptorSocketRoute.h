@@ -11,5 +11,4 @@
 
 // The bytes a socket can deliver without blocking, as
 // ZBSocketGetPendingBytesCount answers them.
-ZBError _ZBDescriptorSocketGetPendingBytesCount(ZBFileDescriptor fd,
-                                                uint32_t *outCount) noexcept;
+ZBError _ZBDescriptorSocketGetPendingBytesCount(ZBFileDescriptor fd, uint32_t *outCount) noexcept;

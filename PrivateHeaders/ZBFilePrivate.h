@@ -90,9 +90,8 @@ inline int64_t unixNanoseconds(const LARGE_INTEGER &fileTime) {
   return zb::time::unixNanosecondsFromFileTime(fileTime.QuadPart);
 }
 inline int64_t unixNanoseconds(const FILETIME &fileTime) {
-  return zb::time::unixNanosecondsFromFileTime(
-      static_cast<int64_t>((static_cast<uint64_t>(fileTime.dwHighDateTime) << 32) |
-                           fileTime.dwLowDateTime));
+  return zb::time::unixNanosecondsFromFileTime(static_cast<int64_t>(
+      (static_cast<uint64_t>(fileTime.dwHighDateTime) << 32) | fileTime.dwLowDateTime));
 }
 inline FILETIME fileTimeFromUnixNanoseconds(int64_t nanoseconds) {
   const uint64_t ticks = static_cast<uint64_t>(nanoseconds / zb::time::kNanosecondsPerTick +

@@ -42,7 +42,8 @@ uint32_t tz_file_universal_count(const ZBTZFile *file) noexcept;
 uint32_t tz_file_abbreviation_char_count(const ZBTZFile *file) noexcept;
 
 // Queries (ZBTZFileQueries.cpp). False when the answer lies outside the data.
-bool tz_file_transition_info(const ZBTZFile *file, uint32_t index, ZBTZTransitionInfo *info) noexcept;
+bool tz_file_transition_info(const ZBTZFile *file, uint32_t index,
+                             ZBTZTransitionInfo *info) noexcept;
 bool tz_file_leap_second(const ZBTZFile *file, uint32_t index, int64_t *time,
                          int32_t *correction) noexcept;
 bool tz_file_find_transition(const ZBTZFile *file, int64_t time, ZBTZTransitionInfo *info) noexcept;

@@ -32,8 +32,7 @@ TZSystemIndex _tz_win32_system_index(int32_t row) noexcept;
 ZBTZFile *_tz_win32_create_tz_zone(int32_t row, int32_t nameIndex) noexcept;
 // The key name of a system zone as UTF-8 into `buffer`; false when it does
 // not fit.
-bool _tz_win32_key_name(const DYNAMIC_TIME_ZONE_INFORMATION &zone, char *buffer,
-                        int size) noexcept;
+bool _tz_win32_key_name(const DYNAMIC_TIME_ZONE_INFORMATION &zone, char *buffer, int size) noexcept;
 // Whether `key` is one of a row's Windows names; the name's position in
 // `candidate` when given.
 bool _tz_win32_row_lists_key(int32_t row, const char *key, int32_t *candidate) noexcept;

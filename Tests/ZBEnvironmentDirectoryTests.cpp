@@ -83,8 +83,7 @@ TEST(ZBEnvironmentHost, HostNameIsTheSystemsOrComputer) {
   DWORD size = 256;
   ASSERT_TRUE(GetComputerNameExW(ComputerNameDnsHostname, wide, &size));
   char expected[1024];
-  ASSERT_GT(WideCharToMultiByte(CP_UTF8, 0, wide, -1, expected, sizeof expected, nullptr,
-                                nullptr),
+  ASSERT_GT(WideCharToMultiByte(CP_UTF8, 0, wide, -1, expected, sizeof expected, nullptr, nullptr),
             0);
   EXPECT_EQ(expected, take(ZBEnvironmentCopyHostName()));
 
@@ -336,7 +335,7 @@ TEST_F(ZBEnvironmentDirectory, FailedCreationCachesNothing) {
   ZBEnvironmentSetHomeDirectory((root_ + "blocker/home").c_str());
   EXPECT_EQ("<null>", take(ZBEnvironmentCopyAppCachesDirectory()));
   EXPECT_NE(std::string::npos, zbtest::logRing().find("Create failed: '" + root_ +
-                                                       "blocker/home/AppData/Local/quovex/': -10"));
+                                                      "blocker/home/AppData/Local/quovex/': -10"));
   EXPECT_EQ("<null>", take(ZBEnvironmentCopyQuovexPrivateCachesDirectory()));
   EXPECT_EQ("<null>", take(ZBEnvironmentCopyQuovexPrivateTemporaryDirectory()));
   // Once the way is clear the next calls succeed.
@@ -434,9 +433,7 @@ TEST(ZBEnvironmentStartup, HomeSourcesInOrder) {
   // not registered, 0x80040154), so LOCALAPPDATA gives the start-up home;
   // a home cleared later comes from HOME.
   std::printf("home sources under this system:\n%s", report.c_str());
-  EXPECT_NE(std::string::npos,
-            report.find("start:" + folder + "LocalState/\n"))
-      << report;
+  EXPECT_NE(std::string::npos, report.find("start:" + folder + "LocalState/\n")) << report;
   EXPECT_NE(std::string::npos, report.find("RoGetActivationFactory (0x80040154)")) << report;
   EXPECT_NE(std::string::npos, report.find("cleared:" + folder + "userhome/\n")) << report;
   for (const char *inside : {"LocalState/Documents", "LocalState/Library/Preferences",
@@ -475,8 +472,7 @@ TEST(ZBEnvironmentStartup, SandboxedHomeWithAndWithoutBundleID) {
   });
   const std::string base = folder + "userhome/";
   EXPECT_EQ("home:" + base + ".quovex_sandbox/" + kProcessName + "/\noutside:" + base +
-                "\nhome:" + base + ".quovex_sandbox/com.example.viewer/\noutside:" + base +
-                "\n",
+                "\nhome:" + base + ".quovex_sandbox/com.example.viewer/\noutside:" + base + "\n",
             report);
   for (const std::string &name : {kProcessName, std::string("com.example.viewer")})
     EXPECT_TRUE(isDirectory(base + ".quovex_sandbox/" + name + "/Library/Preferences")) << name;

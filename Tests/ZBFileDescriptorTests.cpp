@@ -212,7 +212,7 @@ TEST_F(ZBFileDescriptorTest, TemporaryNamesReplaceTheRunOfXBeforeTheSuffix) {
     size_t changedFrom, changedTo; // the replaced range
   } cases[] = {
       {"tmpXXXX.log", 4, 3, 7},
-      {"XXaXXX", 0, 3, 6},   // the run ends at the first other character
+      {"XXaXXX", 0, 3, 6},    // the run ends at the first other character
       {"plain.txt", 4, 0, 0}, // no X: used as it stands
       {"XXXX", 9, 0, 0},      // a suffix longer than the name replaces nothing
   };
@@ -225,8 +225,7 @@ TEST_F(ZBFileDescriptorTest, TemporaryNamesReplaceTheRunOfXBeforeTheSuffix) {
       const char now = name[base + index];
       if (index >= c.changedFrom && index < c.changedTo) {
         EXPECT_TRUE(isalnum(static_cast<unsigned char>(now))) << name;
-      }
-      else {
+      } else {
         EXPECT_EQ(c.pattern[index], now) << name;
       }
     }
@@ -259,9 +258,9 @@ TEST_F(ZBFileDescriptorTest, InformationMasksAndModes) {
   ZBFileDescriptor file = open("i", 2, "0123456789");
   ZBFileDescriptor readOnly = 0;
   ASSERT_EQ(0, ZBFileDescriptorOpen(at("ro").c_str(), 2 | 4, 0444, &readOnly));
-  HANDLE directory = CreateFileW(zbtest::longPath(at("dir")).c_str(), FILE_READ_ATTRIBUTES,
-                                 FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                 FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  HANDLE directory =
+      CreateFileW(zbtest::longPath(at("dir")).c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ,
+                  nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   ASSERT_NE(INVALID_HANDLE_VALUE, directory);
   const ZBFileDescriptor dir = zb::file::descriptorOf(directory);
 
@@ -277,9 +276,9 @@ TEST_F(ZBFileDescriptorTest, InformationMasksAndModes) {
     uint32_t mask, mode;
     bool identity;
   } cases[] = {
-      {file, 2, 0100644, false},         {file, 0xFFF, 0100644, true},
-      {file, 0x1FFF, 0100644, true},     {file, 0xFFE, 0100644, false},
-      {readOnly, 0xFFF, 0100444, true},  {dir, 0xFFF, 040755, true},
+      {file, 2, 0100644, false},        {file, 0xFFF, 0100644, true},
+      {file, 0x1FFF, 0100644, true},    {file, 0xFFE, 0100644, false},
+      {readOnly, 0xFFF, 0100444, true}, {dir, 0xFFF, 040755, true},
   };
   for (const auto &c : cases) {
     ASSERT_EQ(0, ZBFileDescriptorGetInfo(c.fd, &info, c.mask)) << c.mask;
@@ -311,13 +310,14 @@ TEST_F(ZBFileDescriptorTest, FileIDFallbackAndInformationErrors) {
   ASSERT_EQ(0, ZBFileDescriptorGetInfo(fd, &expected, 0xFFF));
   static DWORD idError;
   static DWORD fallbackError;
-  ScopedSystemCall noID(gSystemCalls.GetFileInformationByHandleEx,
-                        [](HANDLE h, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID out, DWORD size) -> BOOL {
-                          if (kind != FileIdInfo)
-                            return GetFileInformationByHandleEx(h, kind, out, size);
-                          SetLastError(idError);
-                          return FALSE;
-                        });
+  ScopedSystemCall noID(
+      gSystemCalls.GetFileInformationByHandleEx,
+      [](HANDLE h, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID out, DWORD size) -> BOOL {
+        if (kind != FileIdInfo)
+          return GetFileInformationByHandleEx(h, kind, out, size);
+        SetLastError(idError);
+        return FALSE;
+      });
   ScopedSystemCall fallback(gSystemCalls.GetFileInformationByHandle,
                             [](HANDLE h, LPBY_HANDLE_FILE_INFORMATION out) -> BOOL {
                               if (fallbackError == 0)
@@ -393,7 +393,7 @@ TEST_F(ZBFileDescriptorTest, CloseOnExecIsTheInverseOfInheritance) {
   EXPECT_EQ(0, ZBFileDescriptorSynchronize(duplicate));
   {
     zbtest::gInjectedError = ERROR_TOO_MANY_OPEN_FILES;
-  ZBTEST_FAIL(DuplicateHandle, FALSE);
+    ZBTEST_FAIL(DuplicateHandle, FALSE);
     ZBFileDescriptor unused = 0;
     EXPECT_EQ(ZBErrorGeneric, ZBFileDescriptorDuplicate(inherited, false, &unused));
     EXPECT_EQ(0u, unused);
@@ -468,21 +468,34 @@ TEST_F(ZBFileDescriptorTest, InvalidDescriptorsAreRefusedByEveryFunction) {
     std::function<ZBError(ZBFileDescriptor)> call;
     ZBError invalid;
   } cases[] = {
-      {"Read", [&](ZBFileDescriptor fd) { return ZBFileDescriptorRead(fd, buffer, 4, &count); }, -20},
-      {"ReadAt", [&](ZBFileDescriptor fd) { return ZBFileDescriptorReadAt(fd, buffer, 4, 0, &count); }, -20},
-      {"Write", [&](ZBFileDescriptor fd) { return ZBFileDescriptorWrite(fd, "x", 1, &count); }, -20},
-      {"WriteAt", [&](ZBFileDescriptor fd) { return ZBFileDescriptorWriteAt(fd, "x", 1, 0, &count); }, -20},
-      {"WriteMany", [&](ZBFileDescriptor fd) { return ZBFileDescriptorWriteMany(fd, 1, &vector, nullptr); }, -20},
+      {"Read", [&](ZBFileDescriptor fd) { return ZBFileDescriptorRead(fd, buffer, 4, &count); },
+       -20},
+      {"ReadAt",
+       [&](ZBFileDescriptor fd) { return ZBFileDescriptorReadAt(fd, buffer, 4, 0, &count); }, -20},
+      {"Write", [&](ZBFileDescriptor fd) { return ZBFileDescriptorWrite(fd, "x", 1, &count); },
+       -20},
+      {"WriteAt",
+       [&](ZBFileDescriptor fd) { return ZBFileDescriptorWriteAt(fd, "x", 1, 0, &count); }, -20},
+      {"WriteMany",
+       [&](ZBFileDescriptor fd) { return ZBFileDescriptorWriteMany(fd, 1, &vector, nullptr); },
+       -20},
       {"Seek", [&](ZBFileDescriptor fd) { return ZBFileDescriptorSeek(fd, 0, &value, 0); }, -20},
       {"GetSize", [&](ZBFileDescriptor fd) { return ZBFileDescriptorGetSize(fd, &value); }, -20},
       {"Truncate", [&](ZBFileDescriptor fd) { return ZBFileDescriptorTruncate(fd, 0); }, -1},
-      {"SetHRTimes", [&](ZBFileDescriptor fd) { return ZBFileDescriptorSetHRTimes(fd, &value, &value, &value); }, -20},
-      {"GetPending", [&](ZBFileDescriptor fd) { return ZBFileDescriptorGetPendingBytesCount(fd, &count); }, -20},
-      {"GetInfo", [&](ZBFileDescriptor fd) { return ZBFileDescriptorGetInfo(fd, &info, 0xFFF); }, -20},
+      {"SetHRTimes",
+       [&](ZBFileDescriptor fd) { return ZBFileDescriptorSetHRTimes(fd, &value, &value, &value); },
+       -20},
+      {"GetPending",
+       [&](ZBFileDescriptor fd) { return ZBFileDescriptorGetPendingBytesCount(fd, &count); }, -20},
+      {"GetInfo", [&](ZBFileDescriptor fd) { return ZBFileDescriptorGetInfo(fd, &info, 0xFFF); },
+       -20},
       {"Synchronize", [&](ZBFileDescriptor fd) { return ZBFileDescriptorSynchronize(fd); }, -20},
-      {"SetCloseOnExec", [&](ZBFileDescriptor fd) { return ZBFileDescriptorSetCloseOnExec(fd, true); }, -20},
-      {"GetCloseOnExec", [&](ZBFileDescriptor fd) { return ZBFileDescriptorGetCloseOnExec(fd, &flag); }, -20},
-      {"Duplicate", [&](ZBFileDescriptor fd) { return ZBFileDescriptorDuplicate(fd, false, &out); }, -20},
+      {"SetCloseOnExec",
+       [&](ZBFileDescriptor fd) { return ZBFileDescriptorSetCloseOnExec(fd, true); }, -20},
+      {"GetCloseOnExec",
+       [&](ZBFileDescriptor fd) { return ZBFileDescriptorGetCloseOnExec(fd, &flag); }, -20},
+      {"Duplicate", [&](ZBFileDescriptor fd) { return ZBFileDescriptorDuplicate(fd, false, &out); },
+       -20},
       {"Close", [&](ZBFileDescriptor fd) { return ZBFileDescriptorClose(fd); }, -20},
       {"Mmap", [&](ZBFileDescriptor fd) { return ZBMmapCreateWithFD(fd, 0, 1, 1, &map); }, -1},
   };
@@ -516,11 +529,12 @@ TEST(ZBFileDescriptorUnsupported, AnswerTheirFixedValues) {
 
 TEST_F(ZBFileDescriptorTest, SystemErrorsAreMappedForOpenReadAndWrite) {
   ZBTEST_FAIL(CreateFileW, INVALID_HANDLE_VALUE);
-  ScopedSystemCall read(gSystemCalls.ReadFile, [](HANDLE, LPVOID, DWORD, LPDWORD bytes, LPOVERLAPPED) -> BOOL {
-    *bytes = 2;
-    SetLastError(zbtest::gInjectedError);
-    return FALSE;
-  });
+  ScopedSystemCall read(gSystemCalls.ReadFile,
+                        [](HANDLE, LPVOID, DWORD, LPDWORD bytes, LPOVERLAPPED) -> BOOL {
+                          *bytes = 2;
+                          SetLastError(zbtest::gInjectedError);
+                          return FALSE;
+                        });
   ZBTEST_FAIL(WriteFile, FALSE);
   HANDLE real = CreateFileW(zbtest::longPath(at("e")).c_str(), GENERIC_READ | GENERIC_WRITE, 0,
                             nullptr, CREATE_ALWAYS, 0, nullptr);
@@ -627,10 +641,13 @@ TEST_F(ZBFileDescriptorTest, MapsOfAWrittenFile) {
     uint32_t length, flags;
     ZBError result;
   } bad[] = {
-      {1, 10, 1, -1},                       {-static_cast<int64_t>(page), 10, 1, -1},
+      {1, 10, 1, -1},
+      {-static_cast<int64_t>(page), 10, 1, -1},
       {4 * page, 10, 1, -1},
-      {3 * page, 101, 1, -1},               {0, 0, 1, -1},
-      {0, 10, 0, ZBErrorUnsupported},       {0, 10, ZBMmapShared | 2, ZBErrorUnsupported},
+      {3 * page, 101, 1, -1},
+      {0, 0, 1, -1},
+      {0, 10, 0, ZBErrorUnsupported},
+      {0, 10, ZBMmapShared | 2, ZBErrorUnsupported},
       {0, 10, ZBMmapShared | 5, ZBErrorUnsupported},
   };
   for (const auto &b : bad) {
@@ -645,8 +662,8 @@ TEST_F(ZBFileDescriptorTest, MapsOfAWrittenFile) {
   const struct {
     DWORD error;
     ZBError result;
-  } errors[] = {{0, -1},   {3, -4},   {15, -4},    {5, -8},   {8, -2},   {14, -2}, {19, -14},
-                {80, -5},  {145, -33}, {4307, -33}, {148, -17}, {2, -100}, {32, -100}};
+  } errors[] = {{0, -1},  {3, -4},    {15, -4},    {5, -8},    {8, -2},   {14, -2},  {19, -14},
+                {80, -5}, {145, -33}, {4307, -33}, {148, -17}, {2, -100}, {32, -100}};
   for (const auto &e : errors) {
     zbtest::gInjectedError = e.error;
     ZBMmap *map = nullptr;

@@ -23,10 +23,10 @@ inline DWORD gInjectedError = 0;
 
 // Makes the system-call table's `entry` fail with zbtest::gInjectedError and
 // answer `failure` while the enclosing scope lasts.
-#define ZBTEST_FAIL(entry, failure)                                                    \
-  zb::test::ScopedSystemCall failing##entry(zb::gSystemCalls.entry, [](auto...) {      \
-    SetLastError(zbtest::gInjectedError);                                              \
-    return failure;                                                                    \
+#define ZBTEST_FAIL(entry, failure)                                                                \
+  zb::test::ScopedSystemCall failing##entry(zb::gSystemCalls.entry, [](auto...) {                  \
+    SetLastError(zbtest::gInjectedError);                                                          \
+    return failure;                                                                                \
   })
 
 namespace zbtest {
@@ -92,13 +92,14 @@ inline std::string readRaw(const std::string &path) {
 }
 
 inline bool writeRaw(const std::string &path, const std::string &text) {
-  HANDLE file = CreateFileW(longPath(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0,
-                            nullptr);
+  HANDLE file =
+      CreateFileW(longPath(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
   if (file == INVALID_HANDLE_VALUE)
     return false;
   DWORD count = 0;
-  const bool written = WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &count,
-                                 nullptr) && count == text.size();
+  const bool written =
+      WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &count, nullptr) &&
+      count == text.size();
   CloseHandle(file);
   return written;
 }

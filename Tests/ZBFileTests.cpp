@@ -169,13 +169,14 @@ TEST_F(ZBFileTest, NestedCreate) {
   // between it is passed over.
   static std::wstring refused;
   refused = zbtest::longPath(at("p/q"));
-  ScopedSystemCall create(gSystemCalls.CreateDirectoryW, [](LPCWSTR path, LPSECURITY_ATTRIBUTES) -> BOOL {
-    if (refused == path) {
-      SetLastError(ERROR_ACCESS_DENIED);
-      return FALSE;
-    }
-    return CreateDirectoryW(path, nullptr);
-  });
+  ScopedSystemCall create(gSystemCalls.CreateDirectoryW,
+                          [](LPCWSTR path, LPSECURITY_ATTRIBUTES) -> BOOL {
+                            if (refused == path) {
+                              SetLastError(ERROR_ACCESS_DENIED);
+                              return FALSE;
+                            }
+                            return CreateDirectoryW(path, nullptr);
+                          });
   EXPECT_EQ(ZBErrorAccessDenied, ZBDirectoryCreateNested(at("p/q").c_str(), 0755, 0755));
   EXPECT_TRUE(existsRaw(at("p")));
   EXPECT_EQ(ZBErrorFileNotFound, ZBDirectoryCreateNested(at("p/q/r").c_str(), 0755, 0755));
@@ -246,8 +247,10 @@ TEST_F(ZBFileTest, TemporaryDirectoriesAndFiles) {
   const struct {
     const char *pattern;
     ZBError result;
-  } cases[] = {{"abcde", ZBErrorInvalidArgument}, {"abcdefg", ZBErrorInvalidArgument},
-               {"abcdeX", 0}, {"tmp-XXXXXX", 0}};
+  } cases[] = {{"abcde", ZBErrorInvalidArgument},
+               {"abcdefg", ZBErrorInvalidArgument},
+               {"abcdeX", 0},
+               {"tmp-XXXXXX", 0}};
   for (const auto &c : cases) {
     std::string path = at(c.pattern);
     EXPECT_EQ(c.result, ZBDirectoryCreateTemporary(path.data())) << c.pattern;
@@ -307,10 +310,11 @@ TEST_F(ZBFileTest, CreateFromBytesCopyAndMove) {
   EXPECT_EQ(ZBErrorInvalidArgument, ZBFileMove(at("src").c_str(), nullptr, 0));
 
   // A copy whose write comes up short reports a full disk.
-  ScopedSystemCall shortWrite(gSystemCalls.WriteFile,
-                              [](HANDLE h, LPCVOID b, DWORD n, LPDWORD done, LPOVERLAPPED o) -> BOOL {
-                                return WriteFile(h, b, n / 2, done, o);
-                              });
+  ScopedSystemCall shortWrite(
+      gSystemCalls.WriteFile,
+      [](HANDLE h, LPCVOID b, DWORD n, LPDWORD done, LPOVERLAPPED o) -> BOOL {
+        return WriteFile(h, b, n / 2, done, o);
+      });
   EXPECT_EQ(ZBErrorNoSpace, ZBFileCopy(at("src").c_str(), at("half").c_str(), 0644));
   EXPECT_EQ(ZBErrorNoSpace, ZBFileCreateFromBytes("abcd", 4, at("half").c_str(), 0644));
   EXPECT_EQ(big, readRaw(at("src")));
@@ -322,7 +326,8 @@ TEST_F(ZBFileTest, CreateFromBytesCopyAndMove) {
 
 TEST_F(ZBFileTest, LongAndNonASCIIPathsEndToEnd) {
   const std::string segment(60, 'l');
-  const std::string deep = at(segment + "/" + segment + "/" + segment + "/" + segment + "/" + segment);
+  const std::string deep =
+      at(segment + "/" + segment + "/" + segment + "/" + segment + "/" + segment);
   const std::string unicode = at(u8"Ünïcødé-日本語-€");
   for (const std::string &directory : {deep, unicode}) {
     ASSERT_EQ(0, ZBDirectoryCreateNested(directory.c_str(), 0755, 0755));
@@ -389,17 +394,24 @@ TEST_F(ZBFileTest, MalformedAndAbsurdPathsGetCodesNotCrashes) {
     std::function<ZBError(const char *)> call;
     ZBError badCode;
   } cases[] = {
-      {"Open", [&](const char *p) { return ZBFileDescriptorOpen(p, 2 | 4, 0644, &fd); }, ZBErrorNotLocked},
+      {"Open", [&](const char *p) { return ZBFileDescriptorOpen(p, 2 | 4, 0644, &fd); },
+       ZBErrorNotLocked},
       {"GetInfo", [&](const char *p) { return ZBPathGetInfo(p, &info, 0xFFF); }, ZBErrorNoMemory},
       {"Create", [](const char *p) { return ZBDirectoryCreate(p, 0755); }, ZBErrorNoMemory},
       {"Remove", [](const char *p) { return ZBDirectoryRemove(p); }, ZBErrorNoMemory},
-      {"RemoveRecursive", [](const char *p) { return ZBDirectoryRemoveRecursive(p); }, ZBErrorNoMemory},
+      {"RemoveRecursive", [](const char *p) { return ZBDirectoryRemoveRecursive(p); },
+       ZBErrorNoMemory},
       {"FileRemove", [](const char *p) { return ZBFileRemove(p); }, ZBErrorNoMemory},
-      {"CreateFromBytes", [](const char *p) { return ZBFileCreateFromBytes("x", 1, p, 0644); }, ZBErrorNoMemory},
-      {"CopyFrom", [&](const char *p) { return ZBFileCopy(p, at("f").c_str(), 0644); }, ZBErrorNotLocked},
-      {"MoveFrom", [&](const char *p) { return ZBFileMove(p, at("g").c_str(), 0); }, ZBErrorGeneric},
-      {"Times", [](const char *p) { return ZBFileSetCreationHRTime(p, nullptr); }, ZBErrorNotLocked},
-      {"Scan", [&](const char *p) { return ZBDirectoryScan(p, record, -1, &recorder) ? 0 : -1; }, -1},
+      {"CreateFromBytes", [](const char *p) { return ZBFileCreateFromBytes("x", 1, p, 0644); },
+       ZBErrorNoMemory},
+      {"CopyFrom", [&](const char *p) { return ZBFileCopy(p, at("f").c_str(), 0644); },
+       ZBErrorNotLocked},
+      {"MoveFrom", [&](const char *p) { return ZBFileMove(p, at("g").c_str(), 0); },
+       ZBErrorGeneric},
+      {"Times", [](const char *p) { return ZBFileSetCreationHRTime(p, nullptr); },
+       ZBErrorNotLocked},
+      {"Scan", [&](const char *p) { return ZBDirectoryScan(p, record, -1, &recorder) ? 0 : -1; },
+       -1},
   };
   for (const auto &c : cases) {
     EXPECT_EQ(c.badCode, c.call(bad.c_str())) << c.name;
@@ -421,10 +433,10 @@ struct Row {
   ZBError create, removeDirectory, removeFile, move;
 };
 constexpr Row kTable[] = {
-    {2, -4, -4, -4, -4},        {5, -8, -8, -8, -8},        {8, -2, -2, -100, -100},
-    {14, -2, -2, -100, -100},   {15, -4, -4, -100, -100},   {17, -100, -100, -100, -59},
-    {19, -14, -14, -14, -14},   {32, -100, -100, -17, -17}, {80, -5, -5, -100, -100},
-    {183, -5, -100, -100, -100}, {123, -100, -100, -60, -100}, {145, -100, -33, -100, -100},
+    {2, -4, -4, -4, -4},          {5, -8, -8, -8, -8},           {8, -2, -2, -100, -100},
+    {14, -2, -2, -100, -100},     {15, -4, -4, -100, -100},      {17, -100, -100, -100, -59},
+    {19, -14, -14, -14, -14},     {32, -100, -100, -17, -17},    {80, -5, -5, -100, -100},
+    {183, -5, -100, -100, -100},  {123, -100, -100, -60, -100},  {145, -100, -33, -100, -100},
     {148, -100, -17, -100, -100}, {4307, -100, -33, -100, -100}, {1234, -100, -100, -100, -100},
 };
 

@@ -105,8 +105,8 @@ protected:
     ASSERT_TRUE(CreateDirectoryW(nt(path(relative)).c_str(), nullptr)) << relative;
   }
   void makeFile(const std::string &relative) const {
-    HANDLE file = CreateFileW(nt(path(relative)).c_str(), GENERIC_WRITE, 0, nullptr,
-                              CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file = CreateFileW(nt(path(relative)).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
     ASSERT_NE(INVALID_HANDLE_VALUE, file) << relative;
     DWORD written = 0;
     WriteFile(file, "data", 4, &written, nullptr);
@@ -172,8 +172,8 @@ TEST_F(ZBPathSystemTest, AnswersAboutRealFilesAndDirectories) {
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathCopySymbolicLinkWithError("", &copy));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBPathCopySymbolicLinkWithError(root_.c_str(), nullptr));
   EXPECT_EQ(nullptr, ZBPathCopySymbolicLink(nullptr));
-  EXPECT_EQ(ZBErrorUnsupported, ZBPathCreateLink(path("file.txt").c_str(),
-                                                 path("link").c_str(), 0));
+  EXPECT_EQ(ZBErrorUnsupported,
+            ZBPathCreateLink(path("file.txt").c_str(), path("link").c_str(), 0));
   EXPECT_FALSE(ZBPathExists(path("link").c_str()));
 }
 
@@ -235,7 +235,7 @@ TEST_F(ZBPathSystemTest, LogFileOpensThroughTheLongPathForm) {
   std::string relative = "\xE6\x97\xA5\xE8\xAA\x8C-logs";
   while (relative.size() < 280)
     relative += "/" + std::string(60, 'd');
-  for (size_t slash = relative.find('/'); ; slash = relative.find('/', slash + 1)) {
+  for (size_t slash = relative.find('/');; slash = relative.find('/', slash + 1)) {
     makeDirectory(relative.substr(0, slash));
     if (slash == std::string::npos)
       break;
@@ -249,8 +249,8 @@ TEST_F(ZBPathSystemTest, LogFileOpensThroughTheLongPathForm) {
         _exit(0);
       },
       testing::ExitedWithCode(0), "");
-  HANDLE file = CreateFileW(nt(logFile.substr(1)).c_str(), GENERIC_READ, FILE_SHARE_READ,
-                            nullptr, OPEN_EXISTING, 0, nullptr);
+  HANDLE file = CreateFileW(nt(logFile.substr(1)).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                            OPEN_EXISTING, 0, nullptr);
   ASSERT_NE(INVALID_HANDLE_VALUE, file);
   char text[4096] = {};
   DWORD read = 0;
@@ -312,8 +312,8 @@ TEST(ZBPathSystemErrors, CurrentAndExpandedPathLimits) {
     bool expanded;
   };
   const Case cases[] = {
-      {0, false, false},     {2046, true, true},    {2047, true, false},
-      {2048, false, false},  {9000, false, false},
+      {0, false, false},    {2046, true, true},   {2047, true, false},
+      {2048, false, false}, {9000, false, false},
   };
   zb::test::ScopedSystemCall current(
       zb::gSystemCalls.GetCurrentDirectoryW,
@@ -343,18 +343,23 @@ TEST(ZBPathSystemErrors, AttributeErrorTables) {
     bool logged; // by ZBPathExistsAndIsDir
   };
   const Case cases[] = {
-      // error                         mode read              access                     exists dir                         logged
-      {ERROR_FILE_NOT_FOUND,           ZBErrorFileNotFound,   ZBErrorFileNotFound,       false, ZBErrorFileNotFound,        false},
-      {ERROR_PATH_NOT_FOUND,           ZBErrorFileNotFound,   ZBErrorFileNotFound,       false, ZBErrorFileNotFound,        true},
-      {ERROR_ACCESS_DENIED,            ZBErrorAccessDenied,   ZBErrorAccessDenied,       true,  ZBErrorNone,                false},
-      {ERROR_NOT_SAME_DEVICE,          ZBErrorGeneric,        ZBErrorInvalidFileName,    true,  ZBErrorIO,                  true},
-      {ERROR_WRITE_PROTECT,            ZBErrorGeneric,        ZBErrorReadOnlyFileSystem, true,  ZBErrorReadOnlyFileSystem,  true},
-      {ERROR_INVALID_PARAMETER,        ZBErrorGeneric,        ZBErrorInvalidArgument,    true,  ZBErrorInvalidArgument,     true},
-      {ERROR_FILENAME_EXCED_RANGE,     ZBErrorNameTooLong,    ZBErrorNameTooLong,        true,  ZBErrorNameTooLong,         true},
-      {ERROR_SHARING_VIOLATION,        ZBErrorGeneric,        ZBErrorGeneric,            true,  ZBErrorAccessDenied,        true},
+      // error                         mode read              access                     exists dir
+      // logged
+      {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound, ZBErrorFileNotFound, false, ZBErrorFileNotFound,
+       false},
+      {ERROR_PATH_NOT_FOUND, ZBErrorFileNotFound, ZBErrorFileNotFound, false, ZBErrorFileNotFound,
+       true},
+      {ERROR_ACCESS_DENIED, ZBErrorAccessDenied, ZBErrorAccessDenied, true, ZBErrorNone, false},
+      {ERROR_NOT_SAME_DEVICE, ZBErrorGeneric, ZBErrorInvalidFileName, true, ZBErrorIO, true},
+      {ERROR_WRITE_PROTECT, ZBErrorGeneric, ZBErrorReadOnlyFileSystem, true,
+       ZBErrorReadOnlyFileSystem, true},
+      {ERROR_INVALID_PARAMETER, ZBErrorGeneric, ZBErrorInvalidArgument, true,
+       ZBErrorInvalidArgument, true},
+      {ERROR_FILENAME_EXCED_RANGE, ZBErrorNameTooLong, ZBErrorNameTooLong, true, ZBErrorNameTooLong,
+       true},
+      {ERROR_SHARING_VIOLATION, ZBErrorGeneric, ZBErrorGeneric, true, ZBErrorAccessDenied, true},
   };
-  zb::test::ScopedSystemCall failing(zb::gSystemCalls.GetFileAttributesW,
-                                     failingGetFileAttributes);
+  zb::test::ScopedSystemCall failing(zb::gSystemCalls.GetFileAttributesW, failingGetFileAttributes);
   for (const Case &c : cases) {
     SCOPED_TRACE(c.error);
     gInjectedError = c.error;
@@ -363,8 +368,8 @@ TEST(ZBPathSystemErrors, AttributeErrorTables) {
     EXPECT_EQ(c.testAccess, ZBPathTestAccess(path.c_str(), ZBPathAccessWrite));
     EXPECT_EQ(c.exists, ZBPathExists(path.c_str()));
     EXPECT_FALSE(ZBPathIsDirectory(path.c_str()));
-    const std::string line = "_ZBCreateFileWWrapper() path: " + path + ", err: " +
-                             std::to_string(c.error);
+    const std::string line =
+        "_ZBCreateFileWWrapper() path: " + path + ", err: " + std::to_string(c.error);
     const size_t before = zbtest::occurrences(zbtest::logRing(), line);
     EXPECT_EQ(c.existsAndIsDir, ZBPathExistsAndIsDir(path.c_str()));
     EXPECT_EQ(before + (c.logged ? 1 : 0), zbtest::occurrences(zbtest::logRing(), line));
@@ -388,8 +393,7 @@ TEST_F(ZBPathSystemTest, SetAttributeErrorTable) {
       {ERROR_NOT_SAME_DEVICE, ZBErrorGeneric},
       {ERROR_SHARING_VIOLATION, ZBErrorGeneric},
   };
-  zb::test::ScopedSystemCall failing(zb::gSystemCalls.SetFileAttributesW,
-                                     failingSetFileAttributes);
+  zb::test::ScopedSystemCall failing(zb::gSystemCalls.SetFileAttributesW, failingSetFileAttributes);
   for (const Case &c : cases) {
     SCOPED_TRACE(c.error);
     gInjectedError = c.error;

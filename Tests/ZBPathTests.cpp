@@ -68,43 +68,50 @@ struct ParseCase {
 
 TEST(ZBPathInfo, ParsesAndWritesBackInEachStyle) {
   const ParseCase cases[] = {
-      // style  text                       components        abs    trail  POSIX        DOS                 URL
-      {kPOSIX, "",                         "",               false, false, "",          "",                 ""},
-      {kPOSIX, "/",                        "",               true,  false, "/",         "\\",               "file://localhost/"},
-      {kPOSIX, "a//b/",                    "a|b",            false, true,  "a/b",       "a\\b",             "a/b"},
-      {kPOSIX, "/usr/lib",                 "usr|lib",        true,  false, "/usr/lib",  "\\usr\\lib",       "file://localhost/usr/lib"},
-      {kPOSIX, "C:/x/y",                   "C:|x|y",         true,  false, "C:/x/y",    "C:\\x\\y",         "file://localhost/C:/x/y"},
-      {kPOSIX, "/C:/x",                    "C:|x",           true,  false, "C:/x",      "C:\\x",            "file://localhost/C:/x"},
-      {kPOSIX, "C:x",                      "C:x",            false, false, "C:x",       "C:x",              "C:x"},
-      {kPOSIX, "C:",                       "C:",             false, false, "C:",        "C:",               "C:"},
-      {kPOSIX, "a\\b",                     "a\\b",           false, false, "a\\b",      "a\\b",             "a\\b"},
-      {kPOSIX, "//",                       "",               true,  false, "/",         "\\",               "file://localhost/"},
-      {kDOS,   "C:\\x\\y",                 "C:|x|y",         true,  false, "C:/x/y",    "C:\\x\\y",         "file://localhost/C:/x/y"},
-      {kDOS,   "C:/x",                     "C:|x",           true,  false, "C:/x",      "C:\\x",            "file://localhost/C:/x"},
-      {kDOS,   "C:\\",                     "C:",             true,  false, "C:",        "C:\\",             "file://localhost/C:"},
-      {kDOS,   "C:",                       "C:",             false, false, "C:",        "C:",               "C:"},
-      {kDOS,   "C:rel\\x",                 "C:|rel|x",       false, false, "C:/rel/x",  "C:rel\\x",         "C:/rel/x"},
-      {kDOS,   "\\\\server\\share\\d",     "server|share|d", true,  false, "/share/d",  "\\\\server\\share\\d", "file://server/share/d"},
-      {kDOS,   "\\\\?\\C:\\long\\p",       "C:|long|p",      true,  false, "C:/long/p", "C:\\long\\p",      "file://localhost/C:/long/p"},
-      {kDOS,   "\\\\?\\UNC\\srv\\share\\x", "srv|share|x",   true,  false, "/share/x",  "\\\\srv\\share\\x", "file://srv/share/x"},
-      {kDOS,   "\\\\?\\unc\\srv",          "srv",            true,  false, "/",         "\\\\srv",          "file://srv/"},
-      {kDOS,   "\\\\.\\pipe\\name",        ".|pipe|name",    true,  false, "/pipe/name", "\\\\.\\pipe\\name", "file://./pipe/name"},
-      {kDOS,   "\\\\.\\D:\\x",             "D:|x",           true,  false, "D:/x",      "D:\\x",            "file://localhost/D:/x"},
-      {kDOS,   "a/b\\c\\",                 "a|b|c",          false, true,  "a/b/c",     "a\\b\\c",          "a/b/c"},
-      {kDOS,   "\\x",                      "x",              true,  false, "/x",        "\\x",              "file://localhost/x"},
-      {kDOS,   "\\\\x",                    "x",              true,  false, "/x",        "\\x",              "file://localhost/x"},
-      {kDOS,   "\\\\\\x\\y",               "x|y",            true,  false, "/x/y",      "\\x\\y",           "file://localhost/x/y"},
-      {kDOS,   "\\\\srv",                  "srv",            true,  false, "/srv",      "\\srv",            "file://localhost/srv"},
-      {kURL,   "file://localhost/a/b",     "a|b",            true,  false, "/a/b",      "\\a\\b",           "file://localhost/a/b"},
-      {kURL,   "file://host/a",            "host|a",         true,  false, "/a",        "\\\\host\\a",      "file://host/a"},
-      {kURL,   "file:///C:/x",             "C:|x",           true,  false, "C:/x",      "C:\\x",            "file://localhost/C:/x"},
-      {kURL,   "file:///",                 "",               true,  false, "/",         "\\",               "file://localhost/"},
-      {kURL,   "file://localhost",         "",               true,  false, "/",         "\\",               "file://localhost/"},
-      {kURL,   "file://localhost/a%20b/",  "a%20b",          true,  true,  "/a b",      "\\a b",            "file://localhost/a b"},
-      {kURL,   "file:///%43%3a/x",         "%43%3a|x",       true,  false, "C:/x",      "C:\\x",            "file://localhost/C:/x"},
-      {kURL,   "a%20b/c%2fd",              "a%20b|c%2fd",    false, false, "a b/c/d",   "a b\\c/d",         "a b/c/d"},
-      {kURL,   "x%1gy/%ZZ/a%4/%",          "x%1gy|%ZZ|a%4|%", false, false, "x y/S/a%4/%", "x y\\S\\a%4\\%", "x y/S/a%4/%"},
-      {kURL,   "file://host",              "host",           true,  false, "/",         "\\\\host",         "file://host/"},
+      // style  text                       components        abs    trail  POSIX        DOS URL
+      {kPOSIX, "", "", false, false, "", "", ""},
+      {kPOSIX, "/", "", true, false, "/", "\\", "file://localhost/"},
+      {kPOSIX, "a//b/", "a|b", false, true, "a/b", "a\\b", "a/b"},
+      {kPOSIX, "/usr/lib", "usr|lib", true, false, "/usr/lib", "\\usr\\lib",
+       "file://localhost/usr/lib"},
+      {kPOSIX, "C:/x/y", "C:|x|y", true, false, "C:/x/y", "C:\\x\\y", "file://localhost/C:/x/y"},
+      {kPOSIX, "/C:/x", "C:|x", true, false, "C:/x", "C:\\x", "file://localhost/C:/x"},
+      {kPOSIX, "C:x", "C:x", false, false, "C:x", "C:x", "C:x"},
+      {kPOSIX, "C:", "C:", false, false, "C:", "C:", "C:"},
+      {kPOSIX, "a\\b", "a\\b", false, false, "a\\b", "a\\b", "a\\b"},
+      {kPOSIX, "//", "", true, false, "/", "\\", "file://localhost/"},
+      {kDOS, "C:\\x\\y", "C:|x|y", true, false, "C:/x/y", "C:\\x\\y", "file://localhost/C:/x/y"},
+      {kDOS, "C:/x", "C:|x", true, false, "C:/x", "C:\\x", "file://localhost/C:/x"},
+      {kDOS, "C:\\", "C:", true, false, "C:", "C:\\", "file://localhost/C:"},
+      {kDOS, "C:", "C:", false, false, "C:", "C:", "C:"},
+      {kDOS, "C:rel\\x", "C:|rel|x", false, false, "C:/rel/x", "C:rel\\x", "C:/rel/x"},
+      {kDOS, "\\\\server\\share\\d", "server|share|d", true, false, "/share/d",
+       "\\\\server\\share\\d", "file://server/share/d"},
+      {kDOS, "\\\\?\\C:\\long\\p", "C:|long|p", true, false, "C:/long/p", "C:\\long\\p",
+       "file://localhost/C:/long/p"},
+      {kDOS, "\\\\?\\UNC\\srv\\share\\x", "srv|share|x", true, false, "/share/x",
+       "\\\\srv\\share\\x", "file://srv/share/x"},
+      {kDOS, "\\\\?\\unc\\srv", "srv", true, false, "/", "\\\\srv", "file://srv/"},
+      {kDOS, "\\\\.\\pipe\\name", ".|pipe|name", true, false, "/pipe/name", "\\\\.\\pipe\\name",
+       "file://./pipe/name"},
+      {kDOS, "\\\\.\\D:\\x", "D:|x", true, false, "D:/x", "D:\\x", "file://localhost/D:/x"},
+      {kDOS, "a/b\\c\\", "a|b|c", false, true, "a/b/c", "a\\b\\c", "a/b/c"},
+      {kDOS, "\\x", "x", true, false, "/x", "\\x", "file://localhost/x"},
+      {kDOS, "\\\\x", "x", true, false, "/x", "\\x", "file://localhost/x"},
+      {kDOS, "\\\\\\x\\y", "x|y", true, false, "/x/y", "\\x\\y", "file://localhost/x/y"},
+      {kDOS, "\\\\srv", "srv", true, false, "/srv", "\\srv", "file://localhost/srv"},
+      {kURL, "file://localhost/a/b", "a|b", true, false, "/a/b", "\\a\\b", "file://localhost/a/b"},
+      {kURL, "file://host/a", "host|a", true, false, "/a", "\\\\host\\a", "file://host/a"},
+      {kURL, "file:///C:/x", "C:|x", true, false, "C:/x", "C:\\x", "file://localhost/C:/x"},
+      {kURL, "file:///", "", true, false, "/", "\\", "file://localhost/"},
+      {kURL, "file://localhost", "", true, false, "/", "\\", "file://localhost/"},
+      {kURL, "file://localhost/a%20b/", "a%20b", true, true, "/a b", "\\a b",
+       "file://localhost/a b"},
+      {kURL, "file:///%43%3a/x", "%43%3a|x", true, false, "C:/x", "C:\\x", "file://localhost/C:/x"},
+      {kURL, "a%20b/c%2fd", "a%20b|c%2fd", false, false, "a b/c/d", "a b\\c/d", "a b/c/d"},
+      {kURL, "x%1gy/%ZZ/a%4/%", "x%1gy|%ZZ|a%4|%", false, false, "x y/S/a%4/%", "x y\\S\\a%4\\%",
+       "x y/S/a%4/%"},
+      {kURL, "file://host", "host", true, false, "/", "\\\\host", "file://host/"},
   };
   for (const ParseCase &c : cases) {
     SCOPED_TRACE(testing::Message() << "style " << c.style << " \"" << c.text << "\"");
@@ -148,8 +155,8 @@ TEST(ZBPathInfo, URLFormsThatFailOrWarn) {
 }
 
 TEST(ZBPathInfoDeathTest, UnknownStyleIsFatal) {
-  const std::string lines = zbtest::logOfDyingProcess(
-      [] { ZBPathInfoCreateWithStyle(3, "/a", false); });
+  const std::string lines =
+      zbtest::logOfDyingProcess([] { ZBPathInfoCreateWithStyle(3, "/a", false); });
   EXPECT_NE(std::string::npos, lines.find("ZBPathInfoCreateWithStyle")) << lines;
   EXPECT_NE(std::string::npos, lines.find("Unknown path style 3")) << lines;
 }
@@ -231,12 +238,9 @@ TEST(ZBPathInfo, AppendRules) {
     bool trailing;
   };
   const Case cases[] = {
-      {"", "/a", false, "/a", true, false},
-      {"a", "/b", false, "a/b", false, false},
-      {"a/", "", false, "a", false, false},
-      {"", "", true, "", false, true},
-      {"a/", "", true, "a", false, false},
-      {"/a", "b/c/", false, "/a/b/c", true, false},
+      {"", "/a", false, "/a", true, false}, {"a", "/b", false, "a/b", false, false},
+      {"a/", "", false, "a", false, false}, {"", "", true, "", false, true},
+      {"a/", "", true, "a", false, false},  {"/a", "b/c/", false, "/a/b/c", true, false},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(testing::Message() << c.destination << " + " << c.source);
@@ -278,15 +282,19 @@ TEST(ZBPathInfo, ReconstructsPrefixesWithinTheBuffer) {
     const char *expected;
   };
   const Case cases[] = {
-      {kPOSIX, 0, 6, true, "/a/bb"},  {kPOSIX, 0, 5, false, ""},
-      {kPOSIX, 2, 64, true, "/a"},    {kPOSIX, 1, 64, true, "/"},
-      {kDOS, 2, 64, true, "\\\\host\\a"}, {kURL, 1, 64, true, "file://host/"},
-      {kURL, 99, 17, true, "file://host/a/bb"}, {kURL, 99, 16, false, ""},
+      {kPOSIX, 0, 6, true, "/a/bb"},
+      {kPOSIX, 0, 5, false, ""},
+      {kPOSIX, 2, 64, true, "/a"},
+      {kPOSIX, 1, 64, true, "/"},
+      {kDOS, 2, 64, true, "\\\\host\\a"},
+      {kURL, 1, 64, true, "file://host/"},
+      {kURL, 99, 17, true, "file://host/a/bb"},
+      {kURL, 99, 16, false, ""},
       {7, 0, 64, false, ""},
   };
   for (const Case &c : cases) {
-    SCOPED_TRACE(testing::Message() << "style " << c.style << " count " << c.count
-                                    << " size " << c.size);
+    SCOPED_TRACE(testing::Message()
+                 << "style " << c.style << " count " << c.count << " size " << c.size);
     EXPECT_EQ(c.fits, ZBPathInfoReconstructWithStyle(info, c.style, c.count, buffer, c.size));
     if (c.fits) {
       EXPECT_STREQ(c.expected, buffer);
@@ -405,8 +413,8 @@ TEST(ZBPath, ConvertsBetweenStyles) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(testing::Message() << c.from << " \"" << c.source << "\" -> " << c.to);
-    EXPECT_EQ(c.expected, take(ZBPathCopyConvertingWithStyle(c.from, c.source, c.to, 0,
-                                                               c.normalize)));
+    EXPECT_EQ(c.expected,
+              take(ZBPathCopyConvertingWithStyle(c.from, c.source, c.to, 0, c.normalize)));
     EXPECT_EQ(c.expected, take(ZBPathCopyConverting(c.from, c.source, c.to, 0, c.normalize)));
   }
   EXPECT_EQ(std::nullopt, take(ZBPathCopyConverting(kPOSIX, nullptr, kDOS, 0, false)));
@@ -442,8 +450,8 @@ TEST(ZBPath, Concatenates) {
       {6, "a", "b", std::nullopt},
   };
   for (const Case &c : cases) {
-    SCOPED_TRACE(testing::Message() << c.style << " " << (c.first ? c.first : "(null)") << " + "
-                                    << c.second);
+    SCOPED_TRACE(testing::Message()
+                 << c.style << " " << (c.first ? c.first : "(null)") << " + " << c.second);
     EXPECT_EQ(c.expected, take(ZBPathCopyConcatenatedWithStyle(c.style, c.first, c.second)));
   }
   EXPECT_EQ("a/b", take(ZBPathCopyConcatenated("a", "b")));
@@ -456,11 +464,11 @@ TEST(ZBPath, DirectoryAndBaseNames) {
     const char *base;
   };
   const Case cases[] = {
-      {"", ".", ""},           {"a", ".", "a"},          {"a/b", "a", "b"},
-      {"a/b/", "a", "b"},      {"a//b", "a", "b"},       {"/a", "/", "a"},
-      {"/", "/", "/"},         {"//", "/", "/"},         {"/a/b/c", "/a/b", "c"},
-      {"C:/a", "C:/", "a"},    {"C:/", "C:/", "C:/"},    {"C:\\x\\y.txt", "C:\\x", "y.txt"},
-      {"C:a", ".", "C:a"},     {"..", ".", ".."},
+      {"", ".", ""},        {"a", ".", "a"},       {"a/b", "a", "b"},
+      {"a/b/", "a", "b"},   {"a//b", "a", "b"},    {"/a", "/", "a"},
+      {"/", "/", "/"},      {"//", "/", "/"},      {"/a/b/c", "/a/b", "c"},
+      {"C:/a", "C:/", "a"}, {"C:/", "C:/", "C:/"}, {"C:\\x\\y.txt", "C:\\x", "y.txt"},
+      {"C:a", ".", "C:a"},  {"..", ".", ".."},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.path);
@@ -492,7 +500,7 @@ TEST(ZBPath, CopyNTMakesTheLongPathForm) {
       {"rel/x", u"rel/x"},
       {"\\\\?\\C:\\x/./y", u"\\\\?\\C:\\x/./y"}, // already in the form: as it is
       {"\\\\srv\\share\\f", u"\\\\srv\\share\\f"},
-      {"/a/b", u"\\a\\b"},                      // no drive: resolved by the system
+      {"/a/b", u"\\a\\b"},                       // no drive: resolved by the system
       {"//srv/share/./f", u"\\\\srv\\share\\f"}, // UNC, normalised
       {"C:/caf\xC3\xA9/\xE6\x97\xA5", u"\\\\?\\C:\\caf\u00E9\\\u65E5"},
       {"C:/Latin\xE9", u"\\\\?\\C:\\Latin\u00E9"}, // a lone Latin-1 byte reads as such
@@ -538,11 +546,33 @@ TEST(ZBPath, MalformedInputIsHandled) {
   for (int index = 0; index < 50 * 1024; ++index)
     manySeparators += "a/";
   const std::string texts[] = {
-      "%",        "%%",       "%%%",        "a%",      "a%2",     "%zz%00%g", "//",
-      "\\\\",     "\\\\\\",   "\\\\?\\",    "\\\\?\\UNC\\", "\\\\?\\UNC\\\\x", "C:",
-      "C",        ":",        "/:",         "C:..",    "file:",   "file:/",  "file:///..",
-      "../../..", "/./././",  hundredKB,    manySeparators, std::string(100 * 1024, '/'),
-      std::string(100 * 1024, '%'), std::string(100 * 1024, '\\'),
+      "%",
+      "%%",
+      "%%%",
+      "a%",
+      "a%2",
+      "%zz%00%g",
+      "//",
+      "\\\\",
+      "\\\\\\",
+      "\\\\?\\",
+      "\\\\?\\UNC\\",
+      "\\\\?\\UNC\\\\x",
+      "C:",
+      "C",
+      ":",
+      "/:",
+      "C:..",
+      "file:",
+      "file:/",
+      "file:///..",
+      "../../..",
+      "/./././",
+      hundredKB,
+      manySeparators,
+      std::string(100 * 1024, '/'),
+      std::string(100 * 1024, '%'),
+      std::string(100 * 1024, '\\'),
   };
   for (const std::string &text : texts) {
     SCOPED_TRACE(text.substr(0, 20));

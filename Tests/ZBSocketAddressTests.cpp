@@ -16,9 +16,9 @@
 #include <vector>
 
 #ifdef _WIN32
-#include <winsock2.h>
-#include <ws2tcpip.h>
-#include "ZBSocket.h"
+#  include <winsock2.h>
+#  include <ws2tcpip.h>
+#  include "ZBSocket.h"
 #endif
 
 namespace {
@@ -34,8 +34,8 @@ Record makeRecord(int32_t family, std::vector<unsigned char> ip, uint16_t port,
   Record record;
   uint32_t room = sizeof record.bytes;
   EXPECT_EQ(0, ZBSocketAddressInitialize(family, ip.empty() ? nullptr : ip.data(),
-                                         static_cast<uint32_t>(ip.size()), port,
-                                         record.address(), &room));
+                                         static_cast<uint32_t>(ip.size()), port, record.address(),
+                                         &room));
   if (length != nullptr)
     *length = room;
   return record;
@@ -70,11 +70,16 @@ TEST(ZBSocketAddress, InitializeChecksFamilyCountAndRoom) {
     uint32_t length;
   };
   const Row rows[] = {
-      {2, 4, true, 16, 0, 16},      {23, 16, true, 28, 0, 28},
-      {2, 0, false, 16, 0, 16},     {23, 0, false, 28, 0, 28},
-      {2, 16, true, 16, ZBErrorBufferTooSmall, 16}, {23, 4, true, 28, ZBErrorBufferTooSmall, 28},
-      {2, 4, true, 15, ZBErrorBufferTooSmall, 15},  {23, 16, true, 27, ZBErrorBufferTooSmall, 27},
-      {1, 4, true, 28, ZBErrorFamilyUnsupported, 28}, {24, 16, true, 28, ZBErrorFamilyUnsupported, 28},
+      {2, 4, true, 16, 0, 16},
+      {23, 16, true, 28, 0, 28},
+      {2, 0, false, 16, 0, 16},
+      {23, 0, false, 28, 0, 28},
+      {2, 16, true, 16, ZBErrorBufferTooSmall, 16},
+      {23, 4, true, 28, ZBErrorBufferTooSmall, 28},
+      {2, 4, true, 15, ZBErrorBufferTooSmall, 15},
+      {23, 16, true, 27, ZBErrorBufferTooSmall, 27},
+      {1, 4, true, 28, ZBErrorFamilyUnsupported, 28},
+      {24, 16, true, 28, ZBErrorFamilyUnsupported, 28},
   };
   const unsigned char bytes[16] = {10, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
   for (const Row &row : rows) {
@@ -83,8 +88,7 @@ TEST(ZBSocketAddress, InitializeChecksFamilyCountAndRoom) {
     std::memset(record.bytes, 0xEE, sizeof record.bytes);
     uint32_t length = row.room;
     EXPECT_EQ(row.result, ZBSocketAddressInitialize(row.family, row.withBytes ? bytes : nullptr,
-                                                    row.byteCount, 443, record.address(),
-                                                    &length));
+                                                    row.byteCount, 443, record.address(), &length));
     EXPECT_EQ(row.length, length);
     if (row.result != 0)
       continue;
@@ -135,7 +139,8 @@ TEST(ZBSocketAddress, AccessorsApplyTheirLengthRules) {
 
   Record other;
   other.bytes[0] = 1; // family 1
-  EXPECT_EQ(ZBErrorFamilyUnsupported, ZBSocketAddressGetAddress(other.address(), 16, &bytes, &count));
+  EXPECT_EQ(ZBErrorFamilyUnsupported,
+            ZBSocketAddressGetAddress(other.address(), 16, &bytes, &count));
   EXPECT_EQ(ZBErrorFamilyUnsupported, ZBSocketAddressGetPort(other.address(), 16, &port));
   EXPECT_EQ(ZBErrorFamilyUnsupported, ZBSocketAddressSetPort(other.address(), 16, 1));
   EXPECT_EQ(0u, ZBSocketAddressGetExpectedLength(other.address()));
@@ -210,7 +215,8 @@ TEST(ZBSocketAddress, LiteralsParseAsWinsockReadsThem) {
   const std::string longName(300, 'a');
   EXPECT_EQ(ZBErrorInvalidArgument, ZBSocketAddressParseLiteralIP(0, longName.c_str(), 0, nullptr));
   const std::string longDigits(300, '1');
-  EXPECT_EQ(ZBErrorInvalidArgument, ZBSocketAddressParseLiteralIP(0, longDigits.c_str(), 0, nullptr));
+  EXPECT_EQ(ZBErrorInvalidArgument,
+            ZBSocketAddressParseLiteralIP(0, longDigits.c_str(), 0, nullptr));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBSocketAddressParseLiteralIP(0, nullptr, 0, nullptr));
 
   // ::1 with either family and port 80: an IPv6 node with that port.
@@ -269,10 +275,9 @@ TEST(ZBSocketAddress, PrintableFormsAndTheirErrors) {
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
     family = 0;
-    EXPECT_EQ(row.result, ZBSocketAddressGetPrintable(row.address, row.length,
-                                                      row.familyOut ? &family : nullptr,
-                                                      row.buffer ? text : nullptr, row.size,
-                                                      nullptr));
+    EXPECT_EQ(row.result, ZBSocketAddressGetPrintable(
+                              row.address, row.length, row.familyOut ? &family : nullptr,
+                              row.buffer ? text : nullptr, row.size, nullptr));
     if (row.familyOut) {
       EXPECT_EQ(ZBSocketAddressGetFamily(row.address, row.length), family);
     }
@@ -286,11 +291,11 @@ TEST(ZBSocketAddress, PrivateRanges) {
     bool isPrivate;
   };
   const Row rows[] = {
-      {"10.0.0.0", true},      {"10.255.255.255", true}, {"9.255.255.255", false},
-      {"172.16.0.0", true},    {"172.31.255.255", true}, {"172.32.0.0", false},
-      {"172.15.255.255", false}, {"192.168.0.1", true},  {"192.169.0.1", false},
-      {"127.0.0.1", false},    {"169.254.1.1", false},   {"fd00::1", true},
-      {"fc00::1", true},       {"fe80::1", false},       {"::1", false},
+      {"10.0.0.0", true},        {"10.255.255.255", true}, {"9.255.255.255", false},
+      {"172.16.0.0", true},      {"172.31.255.255", true}, {"172.32.0.0", false},
+      {"172.15.255.255", false}, {"192.168.0.1", true},    {"192.169.0.1", false},
+      {"127.0.0.1", false},      {"169.254.1.1", false},   {"fd00::1", true},
+      {"fc00::1", true},         {"fe80::1", false},       {"::1", false},
       {"fb00::1", false},
   };
   for (const Row &row : rows) {
@@ -351,9 +356,8 @@ TEST(ZBSocketAddressWinsock, ParserAndPrinterAgreeWithWinsock) {
     sockaddr_storage system = {};
     INT length = sizeof system;
     std::string text = row.text;
-    const bool accepted =
-        WSAStringToAddressA(text.data(), row.family, nullptr,
-                            reinterpret_cast<sockaddr *>(&system), &length) == 0;
+    const bool accepted = WSAStringToAddressA(text.data(), row.family, nullptr,
+                                              reinterpret_cast<sockaddr *>(&system), &length) == 0;
     ZBError ours = 0;
     const std::string printed = parseAndPrint(row.family, row.text, &ours);
     EXPECT_EQ(accepted, ours == 0);
@@ -369,8 +373,8 @@ TEST(ZBSocketAddressWinsock, ParserAndPrinterAgreeWithWinsock) {
     }
     char buffer[64];
     DWORD size = sizeof buffer;
-    ASSERT_EQ(0, WSAAddressToStringA(reinterpret_cast<sockaddr *>(&system), length, nullptr,
-                                     buffer, &size));
+    ASSERT_EQ(0, WSAAddressToStringA(reinterpret_cast<sockaddr *>(&system), length, nullptr, buffer,
+                                     &size));
     EXPECT_EQ(std::string(buffer), printed);
   }
 }
@@ -428,8 +432,8 @@ TEST(ZBSocketAddressWinsock, ResolutionOfLocalhostAndNumericNames) {
       EXPECT_EQ(SOCK_STREAM, node->socketType);
       EXPECT_EQ(ZBSocketAddressGetExpectedLength(node->address), node->addressLength);
       char text[64];
-      ASSERT_EQ(0, ZBSocketAddressGetPrintable(node->address, node->addressLength, nullptr,
-                                               text, sizeof text, nullptr));
+      ASSERT_EQ(0, ZBSocketAddressGetPrintable(node->address, node->addressLength, nullptr, text,
+                                               sizeof text, nullptr));
       EXPECT_TRUE(std::string(text) == "127.0.0.1" || std::string(text) == "::1" ||
                   std::string(text) == "1.2.0.3")
           << text;
@@ -454,7 +458,8 @@ TEST(ZBSocketAddressWinsock, ResolutionOfLocalhostAndNumericNames) {
   ZBSocketAddressFreeInfoList(copy);
   // A numeric-host failure is not logged; others are.
   EXPECT_EQ(std::string::npos, zbtest::logRing().find("DNS error: 11001 not-numeric"));
-  EXPECT_EQ(ZBErrorInvalidArgument, ZBSocketAddressResolveInfo("localhost", nullptr, nullptr, nullptr));
+  EXPECT_EQ(ZBErrorInvalidArgument,
+            ZBSocketAddressResolveInfo("localhost", nullptr, nullptr, nullptr));
 }
 
 TEST(ZBSocketAddressWinsock, HostByNameAndReverseLookup) {
@@ -495,9 +500,10 @@ TEST(ZBSocketAddressWinsock, InterfacesIncludeLoopbackForEachFamily) {
     const uint32_t length = ZBSocketAddressGetExpectedLength(entry->address);
     seen->addresses.push_back(printable(const_cast<sockaddr *>(entry->address), length));
     seen->flags.push_back(entry->flags);
-    seen->thirds.push_back(entry->broadcastOrDestination == nullptr
-                               ? "-"
-                               : printable(const_cast<sockaddr *>(entry->broadcastOrDestination), 16));
+    seen->thirds.push_back(
+        entry->broadcastOrDestination == nullptr
+            ? "-"
+            : printable(const_cast<sockaddr *>(entry->broadcastOrDestination), 16));
     return 0;
   };
   struct Row {

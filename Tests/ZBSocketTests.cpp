@@ -184,9 +184,7 @@ bool underWine() {
   static const bool wine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version");
   return wine;
 }
-bool notSocketByDeviceControl(ZBError error) {
-  return underWine() && error == ZBErrorUnsupported;
-}
+bool notSocketByDeviceControl(ZBError error) { return underWine() && error == ZBErrorUnsupported; }
 
 // ---- The socket table -------------------------------------------------------
 
@@ -282,9 +280,9 @@ TEST(ZBSocketTable, SetNonBlockingOnAFileRecordsTheRequestAndFailsOnlyWhenEnabli
   ASSERT_NE(INVALID_HANDLE_VALUE, file.handle);
   EXPECT_EQ(0, ZBSocketSetNonBlocking(file.value(), false));
   EXPECT_FALSE(ZBSocketTableGetNonBlocking(file.value()));
-  EXPECT_NE(std::string::npos, zbtest::logRing().find("failed ioctl FIONBIO call on socket: " +
-                                                      std::to_string(file.value()) +
-                                                      " with flag: 0"));
+  EXPECT_NE(std::string::npos,
+            zbtest::logRing().find("failed ioctl FIONBIO call on socket: " +
+                                   std::to_string(file.value()) + " with flag: 0"));
   const ZBError enabling = ZBSocketSetNonBlocking(file.value(), true);
   EXPECT_TRUE(enabling == ZBErrorNotSocket || notSocketByDeviceControl(enabling)) << enabling;
   EXPECT_TRUE(ZBSocketTableGetNonBlocking(file.value()));
@@ -293,8 +291,8 @@ TEST(ZBSocketTable, SetNonBlockingOnAFileRecordsTheRequestAndFailsOnlyWhenEnabli
 
 TEST(ZBSocketTable, StaysExactUnderSixteenThreads) {
   std::mutex lock;
-  std::set<ZBSocket> open;  // left open, with the flag set
-  std::set<ZBSocket> seen;  // every handle any thread had
+  std::set<ZBSocket> open; // left open, with the flag set
+  std::set<ZBSocket> seen; // every handle any thread had
   std::atomic<int> failures{0};
   zbtest::onThreads(16, [&](int thread) {
     for (int round = 0; round < 40; ++round) {
@@ -355,18 +353,17 @@ TEST(ZBSocketPair, StreamPairsConnectAndOtherRequestsFail) {
   Owned first(pair[0]), second(pair[1]);
   sockaddr_in local = {}, remote = {};
   uint32_t localLength = sizeof local, remoteLength = sizeof remote;
-  ASSERT_EQ(0, ZBSocketGetLocalAddress(pair[0], reinterpret_cast<sockaddr *>(&local),
-                                       &localLength));
-  ASSERT_EQ(0, ZBSocketGetRemoteAddress(pair[1], reinterpret_cast<sockaddr *>(&remote),
-                                        &remoteLength));
+  ASSERT_EQ(0,
+            ZBSocketGetLocalAddress(pair[0], reinterpret_cast<sockaddr *>(&local), &localLength));
+  ASSERT_EQ(
+      0, ZBSocketGetRemoteAddress(pair[1], reinterpret_cast<sockaddr *>(&remote), &remoteLength));
   EXPECT_EQ(local.sin_port, remote.sin_port);
   EXPECT_FALSE(ZBSocketIsListening(pair[0]));
   // The listener is gone: nothing else accepts on that port.
   ZBSocket probe = kAllOnes;
   ASSERT_EQ(0, ZBSocketCreate(AF_INET, SOCK_STREAM, 0, 0, &probe));
   Owned ownProbe(probe);
-  EXPECT_EQ(ZBErrorConnectionRefused,
-            ZBSocketConnect(probe, asAddress(remote), sizeof remote));
+  EXPECT_EQ(ZBErrorConnectionRefused, ZBSocketConnect(probe, asAddress(remote), sizeof remote));
 }
 
 TEST(ZBSocketPair, LargeTransfersArriveByteForByteBothWays) {
@@ -377,8 +374,7 @@ TEST(ZBSocketPair, LargeTransfersArriveByteForByteBothWays) {
   for (int direction = 0; direction < 2; ++direction) {
     const std::vector<unsigned char> sent = pattern(size, direction + 1);
     ZBError sendResult = ZBErrorGeneric;
-    std::thread sender(
-        [&] { sendResult = sendAll(pair[direction], sent.data(), sent.size()); });
+    std::thread sender([&] { sendResult = sendAll(pair[direction], sent.data(), sent.size()); });
     std::vector<unsigned char> received(size);
     EXPECT_EQ(size, receiveAll(pair[1 - direction], received.data(), size));
     sender.join();
@@ -489,9 +485,9 @@ TEST(ZBSocketLifecycle, AcceptAndDuplicateFailuresAreReportedAsTheirTablesSay) {
   }
   Owned ownAccepted(accepted);
   EXPECT_TRUE(accepted != 0 && accepted != kAllOnes);
-  EXPECT_NE(std::string::npos,
-            zbtest::logRing().find(
-                "Couldn't clear WSAEventSelect for new accept socket. Error: 10050"));
+  EXPECT_NE(
+      std::string::npos,
+      zbtest::logRing().find("Couldn't clear WSAEventSelect for new accept socket. Error: 10050"));
 }
 
 TEST(ZBSocketTable, FailedModeSwitchesAreLoggedAndReportedAsTheRulesSay) {
@@ -510,8 +506,7 @@ TEST(ZBSocketTable, FailedModeSwitchesAreLoggedAndReportedAsTheRulesSay) {
   EXPECT_EQ(ZBErrorInProgress, ZBSocketSetNonBlocking(socket, true));
   EXPECT_EQ(0, ZBSocketSetNonBlocking(socket, false));
   EXPECT_FALSE(ZBSocketIsNonBlocking(socket));
-  EXPECT_NE(std::string::npos,
-            zbtest::logRing().find("with flag: 0 sock_errno: 10036 zberr: -31"));
+  EXPECT_NE(std::string::npos, zbtest::logRing().find("with flag: 0 sock_errno: 10036 zberr: -31"));
 }
 
 // ---- Transfer and connect ---------------------------------------------------------
@@ -665,8 +660,7 @@ TEST(ZBSocketConnect, RefusedResetAndSilentPeers) {
     ASSERT_EQ(0, ZBSocketGetAndClearError(quick, &pending));
     EXPECT_EQ(ZBErrorConnectionRefused, pending);
     ASSERT_EQ(0, ZBSocketGetAndClearError(quick, &pending));
-    EXPECT_TRUE(pending == 0 || (underWine() && pending == ZBErrorConnectionRefused))
-        << pending;
+    EXPECT_TRUE(pending == 0 || (underWine() && pending == ZBErrorConnectionRefused)) << pending;
   }
 
   // A peer that resets: Wine often reads the reset as end of stream first;
@@ -719,17 +713,16 @@ TEST(ZBSocketConnect, ConnectWithDataFallsBackWhereFastOpenIsMissing) {
   ASSERT_EQ(0, ZBSocketCreate(AF_INET, SOCK_STREAM, 0, 0, &socket));
   Owned own(socket);
   uint32_t sent = 9;
-  EXPECT_EQ(ZBErrorUnsupported, ZBSocketConnectWithData(socket, asAddress(address),
-                                                        sizeof address, data.data(), 1025, 0,
-                                                        &sent));
+  EXPECT_EQ(ZBErrorUnsupported, ZBSocketConnectWithData(socket, asAddress(address), sizeof address,
+                                                        data.data(), 1025, 0, &sent));
   EXPECT_EQ(0u, sent);
   EXPECT_FALSE(ZBSocketIsTCPFastOpenSupported());
   // Wine has no ConnectEx and refuses fast open: small data is refused too.
   const ZBError small = ZBSocketConnectWithData(socket, asAddress(address), sizeof address,
                                                 data.data(), 16, 0, &sent);
   if (small == ZBErrorUnsupported) {
-    EXPECT_EQ(0, ZBSocketConnectWithData(socket, asAddress(address), sizeof address, nullptr, 0,
-                                         0, &sent));
+    EXPECT_EQ(0, ZBSocketConnectWithData(socket, asAddress(address), sizeof address, nullptr, 0, 0,
+                                         &sent));
   } else {
     EXPECT_EQ(0, small);
   }
@@ -801,10 +794,10 @@ BOOL WINAPI cancel(HANDLE, LPOVERLAPPED) {
 }
 
 // Ends the process with the failing line, or 0 when every check held.
-#define PENDING_CHECK(condition) \
-  do {                           \
-    if (!(condition))            \
-      std::_Exit(__LINE__);      \
+#define PENDING_CHECK(condition)                                                                   \
+  do {                                                                                             \
+    if (!(condition))                                                                              \
+      std::_Exit(__LINE__);                                                                        \
   } while (0)
 
 void pendingConnectSteps() {
@@ -819,8 +812,8 @@ void pendingConnectSteps() {
   auto startPending = [&](ZBSocket &socket) {
     PENDING_CHECK(ZBSocketCreate(AF_INET, SOCK_STREAM, 0, 0, &socket) == 0);
     uint32_t sent = 0;
-    PENDING_CHECK(ZBSocketConnectWithData(socket, asAddress(target), sizeof target, data, 16, 0,
-                                          &sent) == 0);
+    PENDING_CHECK(
+        ZBSocketConnectWithData(socket, asAddress(target), sizeof target, data, 16, 0, &sent) == 0);
     PENDING_CHECK(sent == 16 && ZBSocketHasPendingConnectOp(socket));
   };
   // Sixteen threads making, settling and closing pending connects at once
@@ -856,8 +849,8 @@ void pendingConnectSteps() {
   PENDING_CHECK(!ZBSocketHasPendingConnectOp(socket) && gContextUpdates == 1);
   // Part of it: settled all the same, but reported and logged.
   uint32_t sent = 0;
-  PENDING_CHECK(ZBSocketConnectWithData(socket, asAddress(target), sizeof target, data, 16, 0,
-                                        &sent) == 0);
+  PENDING_CHECK(
+      ZBSocketConnectWithData(socket, asAddress(target), sizeof target, data, 16, 0, &sent) == 0);
   gTransferred = 3;
   PENDING_CHECK(!ZBSocketProcessPendingConnectOp(socket));
   PENDING_CHECK(!ZBSocketHasPendingConnectOp(socket) && gContextUpdates == 1);
@@ -865,23 +858,23 @@ void pendingConnectSteps() {
                 std::string::npos);
   // Closing cancels what is still in flight; a failed cancel leaks, logged.
   gIncomplete = true;
-  PENDING_CHECK(ZBSocketConnectWithData(socket, asAddress(target), sizeof target, data, 16, 0,
-                                        &sent) == 0);
+  PENDING_CHECK(
+      ZBSocketConnectWithData(socket, asAddress(target), sizeof target, data, 16, 0, &sent) == 0);
   PENDING_CHECK(ZBSocketClose(socket) == 0);
   PENDING_CHECK(zbtest::logRing().find("OVERLAPPED is leaked") == std::string::npos);
   startPending(socket);
   gCancelFails = true;
   PENDING_CHECK(ZBSocketClose(socket) == 0);
   PENDING_CHECK(!ZBSocketHasPendingConnectOp(socket));
-  PENDING_CHECK(zbtest::logRing().find(
-                    "Failed cancelling pending io operation, OVERLAPPED is leaked.") !=
-                std::string::npos);
+  PENDING_CHECK(
+      zbtest::logRing().find("Failed cancelling pending io operation, OVERLAPPED is leaked.") !=
+      std::string::npos);
   // More than 1024 bytes never takes the fast-open path.
   std::vector<char> large(1025, 'l');
   ZBSocket other = kAllOnes;
   PENDING_CHECK(ZBSocketCreate(AF_INET, SOCK_STREAM, 0, 0, &other) == 0);
-  PENDING_CHECK(ZBSocketConnectWithData(other, asAddress(target), sizeof target, large.data(),
-                                        1025, 0, &sent) == ZBErrorUnsupported);
+  PENDING_CHECK(ZBSocketConnectWithData(other, asAddress(target), sizeof target, large.data(), 1025,
+                                        0, &sent) == ZBErrorUnsupported);
   std::_Exit(0);
 }
 
@@ -909,10 +902,9 @@ TEST(ZBSocketResolution, FailuresMapAsEachLookupSays) {
       {WSAEAFNOSUPPORT, ZBErrorNotFound, ZBErrorGeneric},
       {WSAENOBUFS, ZBErrorGeneric, ZBErrorGeneric},
   };
-  ScopedSystemCall addresses(zb::gSystemCalls.getaddrinfo,
-                             [](PCSTR, PCSTR, const ADDRINFOA *, PADDRINFOA *) -> INT {
-                               return gResolverError;
-                             });
+  ScopedSystemCall addresses(
+      zb::gSystemCalls.getaddrinfo,
+      [](PCSTR, PCSTR, const ADDRINFOA *, PADDRINFOA *) -> INT { return gResolverError; });
   ScopedSystemCall names(zb::gSystemCalls.getnameinfo,
                          [](const SOCKADDR *, socklen_t, PCHAR, DWORD, PCHAR, DWORD, INT) -> INT {
                            return gResolverError;
@@ -929,8 +921,8 @@ TEST(ZBSocketResolution, FailuresMapAsEachLookupSays) {
     EXPECT_EQ(row.resolve, ZBSocketAddressResolveInfo("example", nullptr, nullptr, &list));
     EXPECT_EQ(nullptr, list);
     char *host = nullptr;
-    EXPECT_EQ(row.resolve, ZBSocketAddressReverseLookup(asAddress(address), sizeof address, &host,
-                                                        nullptr, 0));
+    EXPECT_EQ(row.resolve,
+              ZBSocketAddressReverseLookup(asAddress(address), sizeof address, &host, nullptr, 0));
     hostent *entry = nullptr;
     EXPECT_EQ(row.hostByName, ZBSocketAddressGetHostByName("example", &entry));
   }
@@ -961,14 +953,13 @@ TEST(ZBSocketResolution, EmptyAnswersAndShortInterfaceListsFail) {
   }
   // An interface list longer than the buffer fails the whole call.
   ScopedSystemCall tooLong(zb::gSystemCalls.WSAIoctl,
-                           [](SOCKET, DWORD, LPVOID, DWORD, LPVOID, DWORD, LPDWORD,
-                              LPWSAOVERLAPPED, LPWSAOVERLAPPED_COMPLETION_ROUTINE) -> int {
+                           [](SOCKET, DWORD, LPVOID, DWORD, LPVOID, DWORD, LPDWORD, LPWSAOVERLAPPED,
+                              LPWSAOVERLAPPED_COMPLETION_ROUTINE) -> int {
                              WSASetLastError(WSAEFAULT);
                              return SOCKET_ERROR;
                            });
-  EXPECT_EQ(ZBErrorGeneric,
-            ZBSocketInterfacesApply(0, [](void *, const ZBSocketInterface *) { return 0; },
-                                    nullptr));
+  EXPECT_EQ(ZBErrorGeneric, ZBSocketInterfacesApply(
+                                0, [](void *, const ZBSocketInterface *) { return 0; }, nullptr));
 }
 
 // ---- Poll ---------------------------------------------------------------------------
@@ -1067,8 +1058,11 @@ TEST(ZBSocketOptions, LingerAndTimeoutsConvertAsTheyShould) {
   };
   // Linger: off is -1; on rounds up to whole seconds; the read-back is the
   // seconds times 10^9 in 32 bits, so 10 s reads as 1410065408 ns.
-  const Row lingers[] = {{-5, -1},         {0, 0},          {1, 1000000000},
-                         {1500000000, 2000000000}, {4000000000, 4000000000},
+  const Row lingers[] = {{-5, -1},
+                         {0, 0},
+                         {1, 1000000000},
+                         {1500000000, 2000000000},
+                         {4000000000, 4000000000},
                          {10000000000, 1410065408}};
   for (const Row &row : lingers) {
     int64_t value = 0;
@@ -1077,7 +1071,8 @@ TEST(ZBSocketOptions, LingerAndTimeoutsConvertAsTheyShould) {
     EXPECT_EQ(row.expected, value) << row.set;
   }
   // Timeouts are truncated to milliseconds.
-  const Row timeouts[] = {{1500000000, 1500000000}, {1999999, 1000000}, {0, 0}, {250000000, 250000000}};
+  const Row timeouts[] = {
+      {1500000000, 1500000000}, {1999999, 1000000}, {0, 0}, {250000000, 250000000}};
   for (const Row &row : timeouts) {
     int64_t send = 0, receive = 0;
     ASSERT_EQ(0, ZBSocketSetSendTimeout(socket, row.set));
@@ -1208,25 +1203,35 @@ TEST(ZBSocketBadInput, InvalidClosedAndFileHandlesAreRefused) {
   auto *raw = reinterpret_cast<sockaddr *>(&address);
   const Row rows[] = {
       {"listen", [&](ZBSocket s) { return ZBSocketListen(s, 1); }, false},
-      {"local address", [&](ZBSocket s) { return ZBSocketGetLocalAddress(s, raw, &length); }, false},
-      {"remote address", [&](ZBSocket s) { return ZBSocketGetRemoteAddress(s, raw, &length); }, false},
+      {"local address", [&](ZBSocket s) { return ZBSocketGetLocalAddress(s, raw, &length); },
+       false},
+      {"remote address", [&](ZBSocket s) { return ZBSocketGetRemoteAddress(s, raw, &length); },
+       false},
       {"accept", [&](ZBSocket s) { return ZBSocketAccept(s, nullptr, nullptr, &out); }, false},
       // Every failure to duplicate reads as Generic, deliberately.
-      {"duplicate", [&](ZBSocket s) { return ZBSocketDuplicate(s, false, &out); }, false, ZBErrorGeneric},
+      {"duplicate", [&](ZBSocket s) { return ZBSocketDuplicate(s, false, &out); }, false,
+       ZBErrorGeneric},
       {"shutdown", [&](ZBSocket s) { return ZBSocketShutdown(s, 1); }, false},
       {"receive", [&](ZBSocket s) { return ZBSocketReceive(s, buffer, 8, 0, &count); }, false},
       {"send", [&](ZBSocket s) { return ZBSocketSend(s, buffer, 8, 0, &count); }, false},
       {"connect", [&](ZBSocket s) { return ZBSocketConnect(s, raw, sizeof address); }, false},
       {"poll", [&](ZBSocket s) { return ZBSocketPoll(s, 1, &events, 0); }, false},
-      {"pending bytes", [&](ZBSocket s) { return ZBSocketGetPendingBytesCount(s, &count); }, false, ZBErrorNotSocket, true},
-      {"type", [&](ZBSocket s) { const int32_t type = ZBSocketGetType(s); return type > 0 ? ZBErrorNone : type; }, false},
+      {"pending bytes", [&](ZBSocket s) { return ZBSocketGetPendingBytesCount(s, &count); }, false,
+       ZBErrorNotSocket, true},
+      {"type",
+       [&](ZBSocket s) {
+         const int32_t type = ZBSocketGetType(s);
+         return type > 0 ? ZBErrorNone : type;
+       },
+       false},
       {"linger", [&](ZBSocket s) { return ZBSocketGetLinger(s, &nanoseconds); }, false},
       {"timeout", [&](ZBSocket s) { return ZBSocketSetReceiveTimeout(s, 1); }, false},
       {"reuse", [&](ZBSocket s) { return ZBSocketGetReuseAddress(s, &flag); }, false},
       {"receive buffer", [&](ZBSocket s) { return ZBSocketGetReceiveBufferSize(s, &size); }, false},
       {"send buffer", [&](ZBSocket s) { return ZBSocketGetSendBufferSize(s, &size); }, true},
       {"set non-blocking", [&](ZBSocket s) { return ZBSocketSetNonBlocking(s, true); }, false},
-      {"receive message", [&](ZBSocket s) { return ZBSocketReceiveMessage(s, &message, 0, &count); }, false},
+      {"receive message",
+       [&](ZBSocket s) { return ZBSocketReceiveMessage(s, &message, 0, &count); }, false},
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(row.name);
@@ -1234,8 +1239,9 @@ TEST(ZBSocketBadInput, InvalidClosedAndFileHandlesAreRefused) {
     EXPECT_EQ(row.zeroReachesSystem ? row.notSocket : ZBErrorInvalidHandle, row.call(0));
     for (ZBSocket bad : {closed, file.value()}) {
       const ZBError error = row.call(bad);
-      const bool wineAnswer = (notSocketByDeviceControl(error) && row.notSocket == ZBErrorNotSocket) ||
-                              (row.wineSucceeds && underWine() && error == 0);
+      const bool wineAnswer =
+          (notSocketByDeviceControl(error) && row.notSocket == ZBErrorNotSocket) ||
+          (row.wineSucceeds && underWine() && error == 0);
       EXPECT_TRUE(error == row.notSocket || wineAnswer) << error;
     }
   }
@@ -1283,8 +1289,8 @@ TEST(ZBSocketBadInput, NullBuffersAndWrongAddressesNeverCrash) {
       << connected;
   sockaddr_in small = {};
   uint32_t length = 4;
-  EXPECT_EQ(ZBErrorBusy, ZBSocketGetLocalAddress(pair[0], reinterpret_cast<sockaddr *>(&small),
-                                                 &length));
+  EXPECT_EQ(ZBErrorBusy,
+            ZBSocketGetLocalAddress(pair[0], reinterpret_cast<sockaddr *>(&small), &length));
   ZBSocket unknown = 0;
   EXPECT_EQ(ZBErrorFamilyUnsupported, ZBSocketCreate(99, SOCK_STREAM, 0, 0, &unknown));
   EXPECT_EQ(kAllOnes, unknown);
@@ -1292,9 +1298,8 @@ TEST(ZBSocketBadInput, NullBuffersAndWrongAddressesNeverCrash) {
 
 TEST(ZBSocketStartup, NoWinsockVersionIsFatal) {
   const std::string lines = zbtest::logOfDyingProcess([] {
-    ScopedSystemCall refuse(zb::gSystemCalls.WSAStartup, [](WORD, LPWSADATA) -> int {
-      return WSAVERNOTSUPPORTED;
-    });
+    ScopedSystemCall refuse(zb::gSystemCalls.WSAStartup,
+                            [](WORD, LPWSADATA) -> int { return WSAVERNOTSUPPORTED; });
     ZBSocketInit();
   });
   EXPECT_NE(std::string::npos, lines.find("BUG"));

@@ -73,7 +73,9 @@ TEST(ZBThreadKeyTest, InlineAndExportedFormsShareValues) {
   using Get = void *(*)(ZBThreadKey);
   using Set = ZBError (*)(ZBThreadKey, const void *);
   const Get inlineGet = [](ZBThreadKey key) { return ZBThreadGetSpecific(key); };
-  const Set inlineSet = [](ZBThreadKey key, const void *value) { return ZBThreadSetSpecific(key, value); };
+  const Set inlineSet = [](ZBThreadKey key, const void *value) {
+    return ZBThreadSetSpecific(key, value);
+  };
   const struct {
     Set set;
     Get get;

@@ -57,10 +57,10 @@ struct FakeCurrent {
 TEST(ZBTimeZoneSystem, ZonesFromTheYearlyRules) {
   struct Case {
     const char *name;
-    int64_t at;           // an instant to look up
-    int32_t offset;       // expected offset then
+    int64_t at;     // an instant to look up
+    int32_t offset; // expected offset then
     const char *abbreviation;
-    int64_t switchInto;   // a switch to daylight time around `at`; 0: none
+    int64_t switchInto; // a switch to daylight time around `at`; 0: none
     int64_t switchBack;
   };
   const Case cases[] = {
@@ -246,17 +246,16 @@ TEST(ZBTimeZoneSystem, ZonesMissingFromTheSystem) {
       [](void *context) { reported = static_cast<const char *>(context); });
   {
     // A system that knows three zones only.
-    zb::test::ScopedSystemCall few(
-        zb::gSystemCalls.EnumDynamicTimeZoneInformation,
-        [](DWORD index, PDYNAMIC_TIME_ZONE_INFORMATION zone) -> DWORD {
-          static const wchar_t *const kNames[] = {L"Tokyo Standard Time", L"Mars Standard Time",
-                                                  L"UTC"};
-          if (index >= 3)
-            return ERROR_NO_MORE_ITEMS;
-          std::memset(zone, 0, sizeof *zone);
-          wcscpy(zone->TimeZoneKeyName, kNames[index]);
-          return ERROR_SUCCESS;
-        });
+    zb::test::ScopedSystemCall few(zb::gSystemCalls.EnumDynamicTimeZoneInformation,
+                                   [](DWORD index, PDYNAMIC_TIME_ZONE_INFORMATION zone) -> DWORD {
+                                     static const wchar_t *const kNames[] = {
+                                         L"Tokyo Standard Time", L"Mars Standard Time", L"UTC"};
+                                     if (index >= 3)
+                                       return ERROR_NO_MORE_ITEMS;
+                                     std::memset(zone, 0, sizeof *zone);
+                                     wcscpy(zone->TimeZoneKeyName, kNames[index]);
+                                     return ERROR_SUCCESS;
+                                   });
     const std::string mark = markLog();
     _tz_win32_fill_tzindexes(true);
     const std::string lines = logSince(mark);

@@ -243,10 +243,8 @@ TEST(ZBTimeZone, MalformedImagesAnswerOnlyFromInsideTheirData) {
 TEST(ZBTimeZone, BuilderSharesTypesAndAbbreviationsAndRoundTrips) {
   const char *longName = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghij"; // 36 characters
   const ZBTZTransition transitions[] = {
-      {0, -100, 3600, "CET"},
-      {ZBTZFlagDaylight, 1000, 7200, "CEST"},
-      {0, 2000, 3600, "CET"},
-      {ZBTZFlagDaylight | ZBTZFlagStandardTime, 3000, 7200, longName},
+      {0, -100, 3600, "CET"},       {ZBTZFlagDaylight, 1000, 7200, "CEST"},
+      {0, 2000, 3600, "CET"},       {ZBTZFlagDaylight | ZBTZFlagStandardTime, 3000, 7200, longName},
       {0, 5000000000LL, 0, "LOST"}, // past the 32-bit range: not represented
   };
   const ZBTZLeapSecond leaps[] = {{78796800, 1}, {94694401, 2}};
@@ -264,7 +262,8 @@ TEST(ZBTimeZone, BuilderSharesTypesAndAbbreviationsAndRoundTrips) {
     EXPECT_EQ(info.time, transitions[index].time);
     EXPECT_EQ(info.offset, transitions[index].offset);
     EXPECT_EQ(info.flags, transitions[index].flags);
-    EXPECT_EQ(std::string(info.abbreviation), std::string(transitions[index].abbreviation).substr(0, 31));
+    EXPECT_EQ(std::string(info.abbreviation),
+              std::string(transitions[index].abbreviation).substr(0, 31));
   }
   int64_t leapTime = 0;
   int32_t correction = 0;
@@ -294,12 +293,23 @@ TEST(ZBTimeZone, OffsetZonesAndNames) {
     const char *expected; // null: no zone
   };
   const Case cases[] = {
-      {nullptr, 19800, "GMT+5:30"}, {nullptr, -3600, "GMT-1"}, {nullptr, 0, "GMT"},
-      {nullptr, -34200, "GMT-9:30"}, {nullptr, 50400, "GMT+14"},
-      {"UTC+05:30", 19800, "GMT+5:30"}, {"GMT+0530", 19800, "GMT+5:30"},
-      {"GMT-08", -28800, "GMT-8"}, {"UTC", 0, "GMT"}, {"GMT", 0, "GMT"},
-      {"GMT+5", 0, nullptr}, {"GMT+05:3", 0, nullptr}, {"GMT+05x30", 0, nullptr},
-      {"GMT*05", 0, nullptr}, {"GMT+0a", 0, nullptr}, {"UT", 0, nullptr}, {"CET+01", 0, nullptr},
+      {nullptr, 19800, "GMT+5:30"},
+      {nullptr, -3600, "GMT-1"},
+      {nullptr, 0, "GMT"},
+      {nullptr, -34200, "GMT-9:30"},
+      {nullptr, 50400, "GMT+14"},
+      {"UTC+05:30", 19800, "GMT+5:30"},
+      {"GMT+0530", 19800, "GMT+5:30"},
+      {"GMT-08", -28800, "GMT-8"},
+      {"UTC", 0, "GMT"},
+      {"GMT", 0, "GMT"},
+      {"GMT+5", 0, nullptr},
+      {"GMT+05:3", 0, nullptr},
+      {"GMT+05x30", 0, nullptr},
+      {"GMT*05", 0, nullptr},
+      {"GMT+0a", 0, nullptr},
+      {"UT", 0, nullptr},
+      {"CET+01", 0, nullptr},
   };
   for (const Case &c : cases) {
     Zone zone(c.name ? ZBTimeZoneCreateWithZoneName(c.name, ZBTZNameOffsets)
@@ -328,12 +338,32 @@ TEST(ZBTimeZone, OffsetZonesAndNames) {
 
 TEST(ZBTimeZone, RuleStringsRefuseOutOfRangeParts) {
   const char *refused[] = {
-      "", "E", "EST", "ES5", "EST5EDT,M13.1.0,M11.1.0", "EST5EDT,M0.1.0,M11.1.0",
-      "EST5EDT,M3.0.0,M11.1.0", "EST5EDT,M3.6.0,M11.1.0", "EST5EDT,M3.2.7,M11.1.0",
-      "EST168", "EST5:60", "EST5:00:61", "EST5EDT168", "EST5EDT,M3.2.0/168,M11.1.0",
-      "EST5EDT,J0,J365", "EST5EDT,J1,J366", "EST5EDT,0,366", "EST5EDT,M3.2.0",
-      "EST5EDT,M3.2.0,", "EST5EDT,M3.2.0,M11.1.0x", "EST5x", "<EST5", "<E>5",
-      "EST5EDT,M3.2.0,M11.1.0/", "EST5EDT,M3..0,M11.1.0", "EST99999999999999999999",
+      "",
+      "E",
+      "EST",
+      "ES5",
+      "EST5EDT,M13.1.0,M11.1.0",
+      "EST5EDT,M0.1.0,M11.1.0",
+      "EST5EDT,M3.0.0,M11.1.0",
+      "EST5EDT,M3.6.0,M11.1.0",
+      "EST5EDT,M3.2.7,M11.1.0",
+      "EST168",
+      "EST5:60",
+      "EST5:00:61",
+      "EST5EDT168",
+      "EST5EDT,M3.2.0/168,M11.1.0",
+      "EST5EDT,J0,J365",
+      "EST5EDT,J1,J366",
+      "EST5EDT,0,366",
+      "EST5EDT,M3.2.0",
+      "EST5EDT,M3.2.0,",
+      "EST5EDT,M3.2.0,M11.1.0x",
+      "EST5x",
+      "<EST5",
+      "<E>5",
+      "EST5EDT,M3.2.0,M11.1.0/",
+      "EST5EDT,M3..0,M11.1.0",
+      "EST99999999999999999999",
       "ABCDEFGHIJKLMNOPQRSTUVWXYZABCDEF5",
   };
   TZRule rule;
@@ -364,8 +394,9 @@ TEST(ZBTimeZone, RuleStringsInEveryForm) {
       {"CET-1CEST,M3.5.0,M10.5.0/3", 3600, 7200, 2024, 1711846800, 1729990800},
       {"AEST-10AEDT,M10.1.0,M4.1.0/3", 36000, 39600, 2024, 1728144000, 1712419200},
       {"<+0330>-3:30<+0430>,J79/24,J263/24", 12600, 16200, 2021, 1616272200, 1632166200},
-      {"XXX3YYY,J60/0,J61/0", -10800, -7200, 2024, 1709262000, 1709344800}, // Mar 1, 2 in a leap year
-      {"XXX3YYY,59/0,60/0", -10800, -7200, 2024, 1709175600, 1709258400},   // zero-based: Feb 29
+      {"XXX3YYY,J60/0,J61/0", -10800, -7200, 2024, 1709262000,
+       1709344800},                                                       // Mar 1, 2 in a leap year
+      {"XXX3YYY,59/0,60/0", -10800, -7200, 2024, 1709175600, 1709258400}, // zero-based: Feb 29
       {"XXX3YYY,M3.5.0/-1,M10.5.0/26", -10800, -7200, 2023, 1679796000, 1698638400},
       {"<-03>3", -10800, 0, 0, 0, 0},
       {"JST-9", 32400, 0, 0, 0, 0},
@@ -538,14 +569,14 @@ TEST(ZBTimeZone, EveryZoneAgreesWithZoneinfo) {
         info.time != std::stoll(time) || info.offset != std::stol(offset) ||
         (info.flags & ZBTZFlagDaylight) != std::stoul(isdst) || abbreviation != info.abbreviation) {
       if (++differences < 20)
-        ADD_FAILURE() << zoneName << " differs at " << time << " (" << offset << " " << isdst
-                      << " " << abbreviation << ") from " << info.time << " (" << info.offset
-                      << " " << int(info.flags) << " " << info.abbreviation << ")";
+        ADD_FAILURE() << zoneName << " differs at " << time << " (" << offset << " " << isdst << " "
+                      << abbreviation << ") from " << info.time << " (" << info.offset << " "
+                      << int(info.flags) << " " << info.abbreviation << ")";
     }
   }
   finishZone();
-  std::printf("zoneinfo comparison: %u zones, %u transitions, %u differences\n", zones,
-              transitions, differences);
+  std::printf("zoneinfo comparison: %u zones, %u transitions, %u differences\n", zones, transitions,
+              differences);
   EXPECT_GT(zones, 300u);
   EXPECT_GT(transitions, 10000u);
   EXPECT_EQ(differences, 0u);
@@ -592,11 +623,13 @@ std::vector<ZBTZTransitionInfo> libcTransitions(const char *rule) {
 
 TEST(ZBTimeZone, RuleStringsAgreeWithTheCLibrary) {
   const char *rules[] = {
-      "EST5EDT4,M3.2.0,M11.1.0", "CST6CDT,M3.2.0,M11.1.0", "CET-1CEST,M3.5.0,M10.5.0/3",
-      "GMT0BST,M3.5.0/1,M10.5.0", "AEST-10AEDT,M10.1.0,M4.1.0/3", "NZST-12NZDT,M9.5.0,M4.1.0/3",
+      "EST5EDT4,M3.2.0,M11.1.0",         "CST6CDT,M3.2.0,M11.1.0",
+      "CET-1CEST,M3.5.0,M10.5.0/3",      "GMT0BST,M3.5.0/1,M10.5.0",
+      "AEST-10AEDT,M10.1.0,M4.1.0/3",    "NZST-12NZDT,M9.5.0,M4.1.0/3",
       "<-04>4<-03>,M9.1.6/24,M4.1.6/24", "<+0330>-3:30<+0430>,J79/24,J263/24",
-      "IST-2IDT,M3.4.4/26,M10.5.0", "XXX3YYY,J60/0,J300/1:30", "XXX-5YYY,10,200/23:59:59",
-      "AAA-9:30BBB-10:15,M2.5.6/-1,M11.5.0/25", "<-02>2<-01>,M3.5.0/-1,M10.5.0/0",
+      "IST-2IDT,M3.4.4/26,M10.5.0",      "XXX3YYY,J60/0,J300/1:30",
+      "XXX-5YYY,10,200/23:59:59",        "AAA-9:30BBB-10:15,M2.5.6/-1,M11.5.0/25",
+      "<-02>2<-01>,M3.5.0/-1,M10.5.0/0",
   };
   uint32_t compared = 0, differences = 0;
   for (const char *rule : rules) {
@@ -622,8 +655,8 @@ TEST(ZBTimeZone, RuleStringsAgreeWithTheCLibrary) {
           ours[index].offset != expected[index].offset ||
           (ours[index].flags & ZBTZFlagDaylight) != expected[index].flags) {
         ++differences;
-        ADD_FAILURE() << rule << " differs at " << expected[index].time << ": "
-                      << ours[index].time << " " << ours[index].offset;
+        ADD_FAILURE() << rule << " differs at " << expected[index].time << ": " << ours[index].time
+                      << " " << ours[index].offset;
       }
   }
   std::printf("C library comparison: %zu rules, %u transitions, %u differences\n",

@@ -200,8 +200,7 @@ ZBError connectPair(ZBSocket listener, int32_t type, uint32_t flags, ZBSocket &a
   sockaddr_storage address;
   uint32_t length = sizeof address;
   auto *record = reinterpret_cast<sockaddr *>(&address);
-  if (const ZBError error =
-          ZBSocketAddressInitialize(AF_INET, kLoopback, 4, 0, record, &length))
+  if (const ZBError error = ZBSocketAddressInitialize(AF_INET, kLoopback, 4, 0, record, &length))
     return error;
   if (const ZBError error = ZBSocketBind(listener, record, length))
     return error;
@@ -259,8 +258,8 @@ extern "C" ZBError ZBSocketBind(ZBSocket socket, const sockaddr *address,
   if (zb::gSystemCalls.bind(toSocket(socket), address, static_cast<int>(addressLength)) == 0)
     return ZBErrorNone;
   const int wsaError = WSAGetLastError();
-  const ZBError error = wsaError == WSAEWOULDBLOCK ? ZBErrorResourcesExhausted
-                                                   : _ZBSocketErrorFromWSAError(wsaError);
+  const ZBError error =
+      wsaError == WSAEWOULDBLOCK ? ZBErrorResourcesExhausted : _ZBSocketErrorFromWSAError(wsaError);
   char text[64] = "";
   uint16_t family = 0, port = 0;
   if (ZBSocketAddressGetPrintable(address, addressLength, &family, text, sizeof text, &port) != 0)
@@ -308,8 +307,7 @@ extern "C" ZBError ZBSocketAccept(ZBSocket socket, sockaddr *outAddress, uint32_
   if (zb::gSystemCalls.WSAEventSelect(accepted, nullptr, 0) != 0)
     ZB_LOG_ERROR("Couldn't clear WSAEventSelect for new accept socket. Error: %d",
                  WSAGetLastError());
-  if (const ZBError error =
-          ZBSocketSetNonBlocking(*outSocket, ZBSocketTableGetNonBlocking(socket)))
+  if (const ZBError error = ZBSocketSetNonBlocking(*outSocket, ZBSocketTableGetNonBlocking(socket)))
     ZB_LOG_WARNING("Error setting non-blocking status on %d, %s", static_cast<int>(*outSocket),
                    ZBErrorGetDescription(error));
   return ZBErrorNone;
@@ -330,8 +328,8 @@ extern "C" ZBError ZBSocketDuplicate(ZBSocket socket, bool inheritable,
   WSAPROTOCOL_INFOW information;
   // The result itself (0 or -1) is what gets mapped, so every failure to
   // duplicate reads as ZBErrorGeneric; kept so.
-  const int result = zb::gSystemCalls.WSADuplicateSocketW(toSocket(socket), GetCurrentProcessId(),
-                                                          &information);
+  const int result =
+      zb::gSystemCalls.WSADuplicateSocketW(toSocket(socket), GetCurrentProcessId(), &information);
   if (result != 0)
     return _ZBSocketDuplicateErrorFromWSAError(result);
   const SOCKET duplicate = zb::gSystemCalls.WSASocketW(

@@ -107,8 +107,7 @@ void clearPendingIOOps(ZBSocket socket) noexcept {
   const HANDLE handle = reinterpret_cast<HANDLE>(toSocket(socket));
   DWORD transferred = 0;
   bool settled = true;
-  if (!zb::gSystemCalls.GetOverlappedResultEx(handle, record->overlapped, &transferred, 0,
-                                              FALSE) &&
+  if (!zb::gSystemCalls.GetOverlappedResultEx(handle, record->overlapped, &transferred, 0, FALSE) &&
       GetLastError() == ERROR_IO_INCOMPLETE) {
     if (zb::gSystemCalls.CancelIoEx(handle, record->overlapped))
       settled = zb::gSystemCalls.GetOverlappedResultEx(handle, record->overlapped, &transferred,
@@ -146,8 +145,7 @@ extern "C" ZBError ZBSocketConnectWithData(ZBSocket socket, const sockaddr *addr
   const LPFN_CONNECTEX connectEx = connectExtension();
   const bool usable = connectEx != nullptr && dataLength <= kMaximumFastOpenData &&
                       startupData().wVersion >= kFastOpenVersion && data != nullptr &&
-                      address != nullptr && enableFastOpen(socket) &&
-                      ensureBound(socket, address);
+                      address != nullptr && enableFastOpen(socket) && ensureBound(socket, address);
   if (!usable) {
     int32_t expected = 0;
     gFastOpenRefused.compare_exchange_strong(expected, 1);

@@ -106,9 +106,8 @@ Probe probeIndex(const ListedAddress &listed, uint32_t index) {
   if (zb::gSystemCalls.setsockopt(probe.handle, level, kUnicastInterfaceOption,
                                   reinterpret_cast<const char *>(&value), sizeof value) != 0) {
     const int wsaError = WSAGetLastError();
-    return wsaError == WSAENOPROTOOPT || wsaError == WSAEOPNOTSUPP || index == 1
-               ? Probe::Refused
-               : Probe::NotHere;
+    return wsaError == WSAENOPROTOOPT || wsaError == WSAEOPNOTSUPP || index == 1 ? Probe::Refused
+                                                                                 : Probe::NotHere;
   }
   if (zb::gSystemCalls.connect(probe.handle, reinterpret_cast<const sockaddr *>(&listed.address),
                                listed.length) != 0)
@@ -127,15 +126,9 @@ void findInterfaceIndexes(std::vector<ListedAddress> &addresses) {
       if (listed.index != 0 || refused[familySlot(listed)])
         continue;
       switch (probeIndex(listed, index)) {
-      case Probe::Matched:
-        listed.index = index;
-        break;
-      case Probe::Refused:
-        refused[familySlot(listed)] = true;
-        break;
-      case Probe::NotHere:
-        pending = true;
-        break;
+      case Probe::Matched: listed.index = index; break;
+      case Probe::Refused: refused[familySlot(listed)] = true; break;
+      case Probe::NotHere: pending = true; break;
       }
     }
     if (!pending)
@@ -232,8 +225,7 @@ extern "C" ZBError ZBSocketInterfacesApply(uint32_t options, ZBSocketInterfaceFu
 
   ZoneBuffer interfaceBuffer;
   DWORD returned = 0;
-  if (const ZBError error =
-          queryList(AF_INET, SIO_GET_INTERFACE_LIST, interfaceBuffer, returned))
+  if (const ZBError error = queryList(AF_INET, SIO_GET_INTERFACE_LIST, interfaceBuffer, returned))
     return error;
   const auto *interfaces = reinterpret_cast<const INTERFACE_INFO *>(interfaceBuffer.get());
   const size_t interfaceCount = returned / sizeof(INTERFACE_INFO);

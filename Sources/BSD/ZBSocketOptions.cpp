@@ -19,12 +19,9 @@ enum class HandleTest { None, AllOnes, ZeroOrAllOnes };
 
 bool refused(ZBSocket socket, HandleTest test) {
   switch (test) {
-  case HandleTest::None:
-    return false;
-  case HandleTest::AllOnes:
-    return socket == UINT32_MAX;
-  case HandleTest::ZeroOrAllOnes:
-    return !isValid(socket);
+  case HandleTest::None: return false;
+  case HandleTest::AllOnes: return socket == UINT32_MAX;
+  case HandleTest::ZeroOrAllOnes: return !isValid(socket);
   }
   return false;
 }
@@ -110,9 +107,8 @@ extern "C" ZBError ZBSocketSetLinger(ZBSocket socket, int64_t nanoseconds) noexc
   if (nanoseconds >= 0) {
     // Rounded up to milliseconds (-1 when that overflows 32 bits), then up
     // to whole seconds kept to 16 bits.
-    const uint64_t rounded =
-        (static_cast<uint64_t>(nanoseconds) + kNanosecondsPerMillisecond - 1) /
-        kNanosecondsPerMillisecond;
+    const uint64_t rounded = (static_cast<uint64_t>(nanoseconds) + kNanosecondsPerMillisecond - 1) /
+                             kNanosecondsPerMillisecond;
     const int32_t milliseconds = rounded > INT32_MAX ? -1 : static_cast<int32_t>(rounded);
     int32_t seconds = (milliseconds + 999) / 1000;
     if (nanoseconds != 0 && milliseconds == 0)
@@ -176,8 +172,7 @@ extern "C" ZBError ZBSocketGetSendTimeout(ZBSocket socket, int64_t *outNanosecon
 extern "C" ZBError ZBSocketSetReceiveTimeout(ZBSocket socket, int64_t nanoseconds) noexcept {
   return setTimeout(socket, SO_RCVTIMEO, nanoseconds);
 }
-extern "C" ZBError ZBSocketGetReceiveTimeout(ZBSocket socket,
-                                             int64_t *outNanoseconds) noexcept {
+extern "C" ZBError ZBSocketGetReceiveTimeout(ZBSocket socket, int64_t *outNanoseconds) noexcept {
   return getTimeout(socket, SO_RCVTIMEO, outNanoseconds);
 }
 

@@ -71,9 +71,9 @@ extern "C" ZBError ZBSocketPoll(ZBSocket socket, uint32_t events, uint8_t *outEv
   fd_set *exceptSet = reading || writing ? &readSet : nullptr;
   timeval storage;
   timeval *wait = selectTimeout(nanoseconds, storage);
-  const int ready = zb::gSystemCalls.select(static_cast<int>(socket + 1),
-                                            reading ? &readSet : nullptr,
-                                            writing ? &writeSet : nullptr, exceptSet, wait);
+  const int ready =
+      zb::gSystemCalls.select(static_cast<int>(socket + 1), reading ? &readSet : nullptr,
+                              writing ? &writeSet : nullptr, exceptSet, wait);
   if (ready == SOCKET_ERROR)
     return lastError();
   if (ready == 0)

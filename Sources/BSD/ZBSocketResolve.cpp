@@ -20,8 +20,8 @@ struct FlagRow {
 
 // BSD AI_ flags to Winsock's; bits without a row are dropped.
 constexpr FlagRow kHintFlags[] = {
-    {0x1, AI_PASSIVE},      {0x2, AI_CANONNAME},    {0x4, AI_NUMERICHOST}, {0x100, AI_ALL},
-    {0x400, AI_ADDRCONFIG}, {0x800, AI_V4MAPPED},   {0x1000, AI_NUMERICSERV},
+    {0x1, AI_PASSIVE},      {0x2, AI_CANONNAME},  {0x4, AI_NUMERICHOST},    {0x100, AI_ALL},
+    {0x400, AI_ADDRCONFIG}, {0x800, AI_V4MAPPED}, {0x1000, AI_NUMERICSERV},
 };
 constexpr int32_t kHintMappedIfConfigured = 0x200; // not supported: counted
 
@@ -100,8 +100,7 @@ extern "C" ZBError ZBSocketAddressResolveInfo(const char *host, const char *serv
   if (status != 0)
     return _ZBSocketAddressErrorFromAIError(status, host, numericHost);
   if (result == nullptr)
-    return numericHost || (translated.ai_flags & AI_NUMERICSERV) ? ZBErrorNotFound
-                                                                  : ZBErrorGeneric;
+    return numericHost || (translated.ai_flags & AI_NUMERICSERV) ? ZBErrorNotFound : ZBErrorGeneric;
   *outList = copyList(result);
   freeaddrinfo(result);
   return *outList != nullptr ? ZBErrorNone : ZBErrorNoMemory;

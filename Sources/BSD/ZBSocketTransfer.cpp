@@ -27,9 +27,7 @@ int sendFlags(int32_t flags) {
 }
 
 // Winsock counts in int: a larger request moves at most INT_MAX bytes.
-int clampLength(uint32_t length) {
-  return length > INT_MAX ? INT_MAX : static_cast<int>(length);
-}
+int clampLength(uint32_t length) { return length > INT_MAX ? INT_MAX : static_cast<int>(length); }
 
 ZBError checkTransfer(ZBSocket socket) {
   if (!isValid(socket))
@@ -42,8 +40,7 @@ ZBError checkTransfer(ZBSocket socket) {
 // is refused. kProceed means the transfer goes on to Winsock.
 constexpr ZBError kProceed = 1;
 
-ZBError prepareTransfer(ZBSocket socket, const void *buffer, uint32_t length,
-                        uint32_t *outCount) {
+ZBError prepareTransfer(ZBSocket socket, const void *buffer, uint32_t length, uint32_t *outCount) {
   if (outCount != nullptr)
     *outCount = 0;
   if (const ZBError error = checkTransfer(socket))
@@ -94,8 +91,8 @@ extern "C" ZBError ZBSocketReceive(ZBSocket socket, void *buffer, uint32_t lengt
                      outCount);
 }
 
-extern "C" ZBError ZBSocketSend(ZBSocket socket, const void *buffer, uint32_t length,
-                                int32_t flags, uint32_t *outCount) noexcept {
+extern "C" ZBError ZBSocketSend(ZBSocket socket, const void *buffer, uint32_t length, int32_t flags,
+                                uint32_t *outCount) noexcept {
   if (const ZBError early = prepareTransfer(socket, buffer, length, outCount); early != kProceed)
     return early;
   return countResult(zb::gSystemCalls.send(toSocket(socket), static_cast<const char *>(buffer),
@@ -105,16 +102,15 @@ extern "C" ZBError ZBSocketSend(ZBSocket socket, const void *buffer, uint32_t le
 
 extern "C" ZBError ZBSocketReceiveFrom(ZBSocket socket, void *buffer, uint32_t length,
                                        int32_t flags, sockaddr *outAddress,
-                                       uint32_t *inOutAddressLength,
-                                       uint32_t *outCount) noexcept {
+                                       uint32_t *inOutAddressLength, uint32_t *outCount) noexcept {
   if (const ZBError early = prepareTransfer(socket, buffer, length, outCount); early != kProceed)
     return early;
   if (outAddress != nullptr && inOutAddressLength == nullptr)
     return ZBErrorInvalidArgument;
   int addressLength = outAddress != nullptr ? static_cast<int>(*inOutAddressLength) : 0;
-  const int result = zb::gSystemCalls.recvfrom(
-      toSocket(socket), static_cast<char *>(buffer), clampLength(length), receiveFlags(flags),
-      outAddress, outAddress != nullptr ? &addressLength : nullptr);
+  const int result = zb::gSystemCalls.recvfrom(toSocket(socket), static_cast<char *>(buffer),
+                                               clampLength(length), receiveFlags(flags), outAddress,
+                                               outAddress != nullptr ? &addressLength : nullptr);
   if (const ZBError error = countResult(result, outCount))
     return error;
   if (outAddress != nullptr)
@@ -139,8 +135,8 @@ extern "C" ZBError ZBSocketSendTo(ZBSocket socket, const void *buffer, uint32_t 
                      outCount);
 }
 
-extern "C" ZBError ZBSocketReceiveMessage(ZBSocket socket, ZBSocketMessage *message,
-                                          int32_t flags, uint32_t *outCount) noexcept {
+extern "C" ZBError ZBSocketReceiveMessage(ZBSocket socket, ZBSocketMessage *message, int32_t flags,
+                                          uint32_t *outCount) noexcept {
   if (message == nullptr)
     return ZBErrorInvalidArgument;
   message->controlLength = 0; // no ancillary data is ever returned
@@ -155,17 +151,16 @@ extern "C" ZBError ZBSocketReceiveMessage(ZBSocket socket, ZBSocketMessage *mess
     return ZBErrorNoMemory;
   DWORD received = 0;
   DWORD winsockFlags = static_cast<DWORD>(receiveFlags(flags));
-  if (zb::gSystemCalls.WSARecv(toSocket(socket), vector.buffers(), message->vectorCount,
-                               &received, &winsockFlags, nullptr, nullptr) != 0)
+  if (zb::gSystemCalls.WSARecv(toSocket(socket), vector.buffers(), message->vectorCount, &received,
+                               &winsockFlags, nullptr, nullptr) != 0)
     return lastError();
   if (outCount != nullptr)
     *outCount = received;
   return ZBErrorNone;
 }
 
-extern "C" ZBError ZBSocketSendMany(ZBSocket socket, uint32_t count,
-                                    const ZBSocketIOVector *vector, int32_t flags,
-                                    uint32_t *outCount) noexcept {
+extern "C" ZBError ZBSocketSendMany(ZBSocket socket, uint32_t count, const ZBSocketIOVector *vector,
+                                    int32_t flags, uint32_t *outCount) noexcept {
   if (outCount != nullptr)
     *outCount = 0;
   if (const ZBError error = checkTransfer(socket))

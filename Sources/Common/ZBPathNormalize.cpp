@@ -187,10 +187,9 @@ private:
 
 } // namespace
 
-extern "C" bool ZBPathNormalizeWithStyle(ZBPathStyle style, const char *source,
-                                         char *destination, size_t size, uint32_t) noexcept {
-  if (source == nullptr || destination == nullptr || size == 0 ||
-      !zb::path::isKnownStyle(style))
+extern "C" bool ZBPathNormalizeWithStyle(ZBPathStyle style, const char *source, char *destination,
+                                         size_t size, uint32_t) noexcept {
+  if (source == nullptr || destination == nullptr || size == 0 || !zb::path::isKnownStyle(style))
     return false;
   return Normalizer(style, source, destination, size).run();
 }

@@ -160,9 +160,8 @@ extern "C" char *ZBPathCopyConvertingWithStyle(ZBPathStyle fromStyle, const char
                       });
 }
 
-extern "C" char *ZBPathCopyConverting(ZBPathStyle fromStyle, const char *path,
-                                      ZBPathStyle toStyle, uint32_t options,
-                                      bool normalize) noexcept {
+extern "C" char *ZBPathCopyConverting(ZBPathStyle fromStyle, const char *path, ZBPathStyle toStyle,
+                                      uint32_t options, bool normalize) noexcept {
   return ZBPathCopyConvertingWithStyle(fromStyle, path, toStyle, options, normalize);
 }
 
@@ -233,9 +232,8 @@ extern "C" ZBWChar *ZBPathCopyNT(const char *path) noexcept {
   for (size_t index = 0; index < prefixLength; ++index)
     wide[index] = static_cast<ZBWChar>(kLongPathPrefix[index]);
   size_t errors = 0;
-  const size_t units =
-      ZBUTF8ToUTF16(wide + prefixLength, normalizedLength, normalized.data(), normalizedLength,
-                    ZBUTFFlagLatin1Fallback, &errors);
+  const size_t units = ZBUTF8ToUTF16(wide + prefixLength, normalizedLength, normalized.data(),
+                                     normalizedLength, ZBUTFFlagLatin1Fallback, &errors);
   if (errors != 0) {
     _ZBFreeWithZone(nullptr, wide);
     return nullptr;

@@ -14,11 +14,11 @@ using zb::path::startsWithDrive;
 
 namespace {
 
-constexpr size_t kFileSchemeLength = 5;        // "file:"
-constexpr size_t kFileURLPrefixLength = 7;     // "file://"
-constexpr size_t kLongPathPrefixLength = 4;    // "\\?\" or "\\.\"
-constexpr size_t kUNCMarkerLength = 4;         // "UNC\"
-constexpr size_t kShortestUNCPathLength = 5;   // "\\a\b"
+constexpr size_t kFileSchemeLength = 5;      // "file:"
+constexpr size_t kFileURLPrefixLength = 7;   // "file://"
+constexpr size_t kLongPathPrefixLength = 4;  // "\\?\" or "\\.\"
+constexpr size_t kUNCMarkerLength = 4;       // "UNC\"
+constexpr size_t kShortestUNCPathLength = 5; // "\\a\b"
 
 bool isSlash(char c) { return c == '/'; }
 
@@ -34,8 +34,7 @@ bool splitComponents(ZBPathInfo *info, const char *rest, IsSeparator isSeparator
     const char *start = cursor;
     while (*cursor != '\0' && !isSeparator(*cursor))
       ++cursor;
-    if (cursor != start &&
-        !appendComponent(info, start, static_cast<size_t>(cursor - start)))
+    if (cursor != start && !appendComponent(info, start, static_cast<size_t>(cursor - start)))
       return false;
   }
   if (cursor - rest >= 2 && isSeparator(cursor[-1]))
@@ -134,12 +133,9 @@ bool parseDOS(ZBPathInfo *info, const char *text) {
 
 bool parse(ZBPathStyle style, ZBPathInfo *info, const char *text) {
   switch (style) {
-  case ZBPathStylePOSIX:
-    return parsePOSIX(info, text);
-  case ZBPathStyleDOS:
-    return parseDOS(info, text);
-  default:
-    return parseFileURL(info, text);
+  case ZBPathStylePOSIX: return parsePOSIX(info, text);
+  case ZBPathStyleDOS: return parseDOS(info, text);
+  default: return parseFileURL(info, text);
   }
 }
 

@@ -90,8 +90,7 @@ class Reconstruction {
 public:
   Reconstruction(const ZBPathInfo *info, int32_t componentCount, char *buffer, size_t size)
       : info_(info), writer_(buffer, size),
-        end_(componentCount < 1 || componentCount > info->count ? info->count
-                                                                : componentCount),
+        end_(componentCount < 1 || componentCount > info->count ? info->count : componentCount),
         encoded_((info->flags & ZBPathInfoFlagURLEncoded) != 0),
         absolute_((info->flags & ZBPathInfoFlagAbsolute) != 0),
         hasNode_((info->flags & ZBPathInfoFlagNodeName) != 0 && info->count > 0) {}
@@ -185,14 +184,10 @@ extern "C" bool ZBPathInfoReconstructWithStyle(const ZBPathInfo *info, ZBPathSty
     return false;
   Reconstruction reconstruction(info, componentCount, buffer, size);
   switch (style) {
-  case ZBPathStylePOSIX:
-    return reconstruction.posix();
-  case ZBPathStyleDOS:
-    return reconstruction.dos();
-  case ZBPathStyleFileURL:
-    return reconstruction.fileURL();
-  default:
-    return false;
+  case ZBPathStylePOSIX: return reconstruction.posix();
+  case ZBPathStyleDOS: return reconstruction.dos();
+  case ZBPathStyleFileURL: return reconstruction.fileURL();
+  default: return false;
   }
 }
 

@@ -40,9 +40,8 @@ bool reserveComponents(ZBPathInfo *info, size_t extra) noexcept {
   size_t slots = oldSlots < kSmallBlockSlots ? kFirstBlockSlots : oldSlots * 2;
   while (slots < needed)
     slots *= 2;
-  auto *block = static_cast<ZBPathComponent *>(
-      _ZBAllocWithZoneAndDesc(nullptr, slots * sizeof(ZBPathComponent),
-                              "SimplePathGrowComponents"));
+  auto *block = static_cast<ZBPathComponent *>(_ZBAllocWithZoneAndDesc(
+      nullptr, slots * sizeof(ZBPathComponent), "SimplePathGrowComponents"));
   if (block == nullptr)
     return false;
   if (count != 0)
@@ -118,8 +117,7 @@ extern "C" void ZBPathInfoSetHasTrailingSeparator(ZBPathInfo *info, bool trailin
     setFlag(info, ZBPathInfoFlagTrailingSeparator, trailing);
 }
 
-extern "C" bool ZBPathInfoAppendInfo(ZBPathInfo *destination,
-                                     const ZBPathInfo *source) noexcept {
+extern "C" bool ZBPathInfoAppendInfo(ZBPathInfo *destination, const ZBPathInfo *source) noexcept {
   if (destination == nullptr || source == nullptr)
     return false;
   if (isEmpty(destination) && ZBPathInfoIsAbsolute(source))
@@ -169,10 +167,8 @@ extern "C" bool ZBPathIsAbsoluteWithStyle(ZBPathStyle style, const char *path) n
   case ZBPathStyleDOS:
     // Deliberately neither a UNC text nor a lone leading backslash.
     return zb::path::startsWithDrive(path) && zb::path::isDOSSeparator(path[2]);
-  case ZBPathStyleFileURL:
-    return zb::path::startsWith(path, "file://");
-  default:
-    return false;
+  case ZBPathStyleFileURL: return zb::path::startsWith(path, "file://");
+  default: return false;
   }
 }
 
@@ -184,12 +180,9 @@ extern "C" bool ZBPathInfoIsRootWithStyle(ZBPathStyle style, const ZBPathInfo *i
   if (info == nullptr)
     return false;
   switch (style) {
-  case ZBPathStylePOSIX:
-    return isEmpty(info);
-  case ZBPathStyleDOS:
-    return info->count == 1 && ZBPathInfoIsAbsolute(info);
-  default:
-    return false;
+  case ZBPathStylePOSIX: return isEmpty(info);
+  case ZBPathStyleDOS: return info->count == 1 && ZBPathInfoIsAbsolute(info);
+  default: return false;
   }
 }
 

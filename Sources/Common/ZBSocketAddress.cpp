@@ -84,9 +84,8 @@ ZBSocketAddressInfo *makeInfoNode(int32_t family, int32_t socketType, int32_t pr
 
 } // namespace zb::socketaddress
 
-extern "C" ZBError ZBSocketAddressInitialize(int32_t family, const void *bytes,
-                                             uint32_t byteCount, uint16_t port,
-                                             sockaddr *outAddress,
+extern "C" ZBError ZBSocketAddressInitialize(int32_t family, const void *bytes, uint32_t byteCount,
+                                             uint16_t port, sockaddr *outAddress,
                                              uint32_t *inOutLength) noexcept {
   AddressBytes layout;
   if (family < 0 || family > 0xFFFF || !addressBytesOf(static_cast<uint16_t>(family), layout))
@@ -164,8 +163,7 @@ extern "C" uint32_t ZBSocketAddressGetExpectedLength(const sockaddr *address) no
   return layout.recordLength;
 }
 
-extern "C" ZBError ZBSocketAddressParseLiteralIP(int32_t family, const char *text,
-                                                 uint16_t port,
+extern "C" ZBError ZBSocketAddressParseLiteralIP(int32_t family, const char *text, uint16_t port,
                                                  ZBSocketAddressInfo **outList) noexcept {
   if (family == 0) {
     if (ZBSocketAddressParseLiteralIP(kFamilyIPv4, text, port, outList) == ZBErrorNone)
@@ -194,8 +192,8 @@ extern "C" ZBSocketAddressInfo *ZBSocketAddressMakeInfoListNode(const sockaddr *
   return makeInfoNode(readable ? familyOf(address) : 0, 0, 0, address, length, nullptr);
 }
 
-extern "C" ZBSocketAddressInfo *ZBSocketAddressDupInfoList(
-    const ZBSocketAddressInfo *list) noexcept {
+extern "C" ZBSocketAddressInfo *
+ZBSocketAddressDupInfoList(const ZBSocketAddressInfo *list) noexcept {
   // A loop rather than recursion, so a long list cannot exhaust the stack;
   // a failed node ends the copy there, as a shorter list.
   ZBSocketAddressInfo *head = nullptr;
@@ -261,8 +259,8 @@ extern "C" ZBError ZBSocketAddressIsPrivateIP(const sockaddr *address, uint32_t 
     if (length < kIPv4Length)
       return ZBErrorBufferTooSmall;
     const unsigned char *ip = record + kIPv4AddressOffset;
-    *outIsPrivate = ip[0] == 10 || (ip[0] == 172 && (ip[1] & 0xF0) == 16) ||
-                    (ip[0] == 192 && ip[1] == 168);
+    *outIsPrivate =
+        ip[0] == 10 || (ip[0] == 172 && (ip[1] & 0xF0) == 16) || (ip[0] == 192 && ip[1] == 168);
     return ZBErrorNone;
   }
   case kFamilyIPv6:
@@ -270,7 +268,6 @@ extern "C" ZBError ZBSocketAddressIsPrivateIP(const sockaddr *address, uint32_t 
       return ZBErrorInvalidArgument;
     *outIsPrivate = (record[kIPv6AddressOffset] | 1) == 0xFD;
     return ZBErrorNone;
-  default:
-    return ZBErrorNone;
+  default: return ZBErrorNone;
   }
 }

@@ -126,9 +126,7 @@ uint32_t tz_database_hash(const char *text) noexcept {
   return hash;
 }
 
-void tz_database_ensure_built() noexcept {
-  BuiltDatabase hold;
-}
+void tz_database_ensure_built() noexcept { BuiltDatabase hold; }
 
 bool tz_database_has_name(const char *name) noexcept {
   if (name == nullptr)

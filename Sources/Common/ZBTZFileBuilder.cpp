@@ -32,7 +32,8 @@ struct Abbreviations {
     char cut[kMaxAbbreviation + 1] = {};
     if (text != nullptr)
       std::strncpy(cut, text, kMaxAbbreviation);
-    for (uint32_t at = 0; at < length; at += static_cast<uint32_t>(std::strlen(characters + at)) + 1)
+    for (uint32_t at = 0; at < length;
+         at += static_cast<uint32_t>(std::strlen(characters + at)) + 1)
       if (std::strcmp(characters + at, cut) == 0)
         return static_cast<int32_t>(at);
     if (length >= kMaxCharacters)
@@ -108,8 +109,8 @@ ZBTZFile *tz_file_create_memory(const ZBTZTransition *transitions, uint32_t tran
     if (image != nullptr) {
       std::memcpy(image, "TZif", 4);
       uint8_t *at = image + 20;
-      for (uint32_t count : {typeCount, typeCount, keptLeaps, kept, typeCount,
-                             abbreviations->length})
+      for (uint32_t count :
+           {typeCount, typeCount, keptLeaps, kept, typeCount, abbreviations->length})
         at = put32(at, count);
       for (uint32_t index = 0; index < transitionCount; ++index)
         if (representable(transitions[index].time))

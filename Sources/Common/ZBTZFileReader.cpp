@@ -21,14 +21,10 @@ int32_t versionFromByte(uint8_t byte) {
   switch (byte) {
   case 0:
   case 2:
-  case '0':
-    return 0;
-  case '2':
-    return 2;
-  case '3':
-    return 3;
-  default:
-    return -1;
+  case '0': return 0;
+  case '2': return 2;
+  case '3': return 3;
+  default: return -1;
   }
 }
 
@@ -138,7 +134,9 @@ uint32_t tz_file_read32(const ZBTZFile *file, uint64_t offset) noexcept {
 uint32_t tz_file_universal_count(const ZBTZFile *file) noexcept { return tz_file_read32(file, 20); }
 uint32_t tz_file_standard_count(const ZBTZFile *file) noexcept { return tz_file_read32(file, 24); }
 uint32_t tz_file_leap_count(const ZBTZFile *file) noexcept { return tz_file_read32(file, 28); }
-uint32_t tz_file_transition_count(const ZBTZFile *file) noexcept { return tz_file_read32(file, 32); }
+uint32_t tz_file_transition_count(const ZBTZFile *file) noexcept {
+  return tz_file_read32(file, 32);
+}
 uint32_t tz_file_type_count(const ZBTZFile *file) noexcept { return tz_file_read32(file, 36); }
 uint32_t tz_file_abbreviation_char_count(const ZBTZFile *file) noexcept {
   return tz_file_read32(file, 40);

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <iterator>
 
+// One row a line: the table reads like the list it is.
+// clang-format off
 const TZKnownZone kTZKnownZones[kTZKnownZoneCount] = {
     {{"Afghanistan Standard Time"}, {"Asia/Kabul"}, "AFT", ""},
     {{"Alaskan Standard Time"}, {"America/Juneau", "US/Alaska", "America/Anchorage", "SystemV/AST4ADT", "America/Yakutat"}, "AKST", "AKDT"},
@@ -149,6 +151,7 @@ const TZKnownZone kTZKnownZones[kTZKnownZoneCount] = {
     {{"West Pacific Standard Time"}, {"Pacific/Guam", "Antarctica/DumontDUrville", "Pacific/Chuuk"}, "GST", ""},
     {{"Yakutsk Standard Time"}, {"Asia/Yakutsk"}, "YAKT", "YAKST"},
 };
+// clang-format on
 
 // Alias names of the tz database whose canonical zones are in the table
 // above, in the tz database's own order.
@@ -228,9 +231,8 @@ struct NameIndex {
     for (int32_t r = 0; r < kTZKnownZoneCount; ++r)
       for (int32_t p = 0; p < kTZMaxZoneNames && kTZKnownZones[r].zoneNames[p]; ++p) {
         uint32_t slot = tz_database_hash(kTZKnownZones[r].zoneNames[p]) % kSlots;
-        while (row[slot] >= 0 &&
-               std::strcmp(kTZKnownZones[row[slot]].zoneNames[position[slot]],
-                           kTZKnownZones[r].zoneNames[p]) != 0)
+        while (row[slot] >= 0 && std::strcmp(kTZKnownZones[row[slot]].zoneNames[position[slot]],
+                                             kTZKnownZones[r].zoneNames[p]) != 0)
           slot = (slot + 1) % kSlots;
         if (row[slot] < 0) { // the first row listing a name keeps it
           row[slot] = static_cast<int16_t>(r);

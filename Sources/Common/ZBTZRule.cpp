@@ -108,9 +108,7 @@ int64_t secondsIntoYear(const TZRuleDate &date, int32_t year) {
   case TZRuleDate::Julian: // February 29 is never counted
     day = date.day - 1 + (leap && date.day >= 60 ? 1 : 0);
     break;
-  case TZRuleDate::ZeroBased:
-    day = date.day;
-    break;
+  case TZRuleDate::ZeroBased: day = date.day; break;
   case TZRuleDate::MonthWeekDay: {
     // Zeller's congruence for the weekday of the month's first day.
     const int32_t m1 = (date.month + 9) % 12 + 1;
@@ -172,8 +170,8 @@ bool tz_rule_parse(const char *text, TZRule *rule) noexcept {
 
 int64_t tz_rule_transition_time(const TZRule &rule, int32_t year, bool start) noexcept {
   // A switch happens on the wall clock of the time it leaves.
-  const int64_t local = daysToYear(year) * kSecondsPerDay +
-                        secondsIntoYear(start ? rule.start : rule.end, year);
+  const int64_t local =
+      daysToYear(year) * kSecondsPerDay + secondsIntoYear(start ? rule.start : rule.end, year);
   return local - (start ? rule.standardOffset : rule.daylightOffset);
 }
 

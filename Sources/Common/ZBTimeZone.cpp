@@ -75,8 +75,8 @@ ZBTZFile *_tryCreateWithZoneNamePOSIX(const char *name) {
 ZBTZFile *ZBTimeZoneCreateWithGMTOffset(const char *name, int32_t offset) noexcept {
   char built[32];
   if (name == nullptr) {
-    const uint32_t magnitude = offset < 0 ? 0u - static_cast<uint32_t>(offset)
-                                          : static_cast<uint32_t>(offset);
+    const uint32_t magnitude =
+        offset < 0 ? 0u - static_cast<uint32_t>(offset) : static_cast<uint32_t>(offset);
     const char sign = offset >= 0 ? '+' : '-';
     const uint32_t hours = magnitude / 3600, minutes = magnitude % 3600 / 60;
     if (offset == 0)

@@ -7,7 +7,6 @@
 
 #include "ZBSocket.h"
 
-ZBError _ZBDescriptorSocketGetPendingBytesCount(ZBFileDescriptor fd,
-                                                uint32_t *outCount) noexcept {
+ZBError _ZBDescriptorSocketGetPendingBytesCount(ZBFileDescriptor fd, uint32_t *outCount) noexcept {
   return ZBSocketGetPendingBytesCount(static_cast<ZBSocket>(fd), outCount);
 }

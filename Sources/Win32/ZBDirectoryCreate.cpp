@@ -15,14 +15,10 @@ using namespace zb::file;
 namespace {
 
 constexpr ErrorRow kCreateErrors[] = {
-    {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound},
-    {ERROR_ACCESS_DENIED, ZBErrorAccessDenied},
-    {ERROR_NOT_ENOUGH_MEMORY, ZBErrorNoMemory},
-    {ERROR_OUTOFMEMORY, ZBErrorNoMemory},
-    {ERROR_INVALID_DRIVE, ZBErrorFileNotFound},
-    {ERROR_WRITE_PROTECT, ZBErrorReadOnlyFileSystem},
-    {ERROR_FILE_EXISTS, ZBErrorFileExists},
-    {ERROR_ALREADY_EXISTS, ZBErrorFileExists},
+    {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound}, {ERROR_ACCESS_DENIED, ZBErrorAccessDenied},
+    {ERROR_NOT_ENOUGH_MEMORY, ZBErrorNoMemory},  {ERROR_OUTOFMEMORY, ZBErrorNoMemory},
+    {ERROR_INVALID_DRIVE, ZBErrorFileNotFound},  {ERROR_WRITE_PROTECT, ZBErrorReadOnlyFileSystem},
+    {ERROR_FILE_EXISTS, ZBErrorFileExists},      {ERROR_ALREADY_EXISTS, ZBErrorFileExists},
 };
 
 // After "path not found": the nearest ancestor that exists says why. A
@@ -81,8 +77,8 @@ extern "C" ZBError ZBDirectoryCreateNested(const char *path, uint16_t mode,
   const int32_t count = ZBPathInfoGetComponentCount(info.get());
   ZBError result = ZBErrorNone;
   for (int32_t k = 1; k <= count; ++k) {
-    const Text prefix(ZBPathInfoCopyComponentsReconstructingWithStyle(info.get(),
-                                                                      ZBPathStylePOSIX, k));
+    const Text prefix(
+        ZBPathInfoCopyComponentsReconstructingWithStyle(info.get(), ZBPathStylePOSIX, k));
     if (prefix == nullptr)
       return ZBErrorNoMemory;
     result = ZBPathExistsAndIsDir(prefix.get());

@@ -30,8 +30,7 @@ struct RemovalContext {
   ZBError error;
 };
 
-bool removeEntry(void *context, const char *directory, const char *name, int32_t,
-                 uint32_t type) {
+bool removeEntry(void *context, const char *directory, const char *name, int32_t, uint32_t type) {
   auto *removal = static_cast<RemovalContext *>(context);
   char *path = ZBCStringCreateWithFormat(nullptr, "%s/%s", directory, name);
   if (path == nullptr) {
@@ -40,8 +39,8 @@ bool removeEntry(void *context, const char *directory, const char *name, int32_t
     return false;
   }
   // Directory links are removed as links, never entered.
-  removal->error = type == ZBDirectoryEntryDirectory ? ZBDirectoryRemoveRecursive(path)
-                                                     : ZBFileRemove(path);
+  removal->error =
+      type == ZBDirectoryEntryDirectory ? ZBDirectoryRemoveRecursive(path) : ZBFileRemove(path);
   if (removal->error != ZBErrorNone)
     ZB_LOG_AT(ZBLogLevelError, "_RecursiveRemoveEntry", __FILE__, __LINE__,
               "Failed to remove %s, err: %d", path, removal->error);
@@ -61,7 +60,8 @@ extern "C" ZBError ZBDirectoryRemove(const char *path) noexcept {
   if (removal.firstError == 0)
     return ZBErrorNone;
   ZB_LOG_AT(ZBLogLevelError, "_ZBDirectoryRemoveW", __FILE__, __LINE__,
-            "failed to remove directory %S, %d", ntPath.get(), static_cast<int>(removal.firstError));
+            "failed to remove directory %S, %d", ntPath.get(),
+            static_cast<int>(removal.firstError));
   if (removal.clearRefused)
     return ZBErrorAccessDenied;
   return removal.error == 0 ? ZBErrorNone : mapError(kRemoveErrors, removal.error);

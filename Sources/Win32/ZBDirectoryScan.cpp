@@ -42,9 +42,9 @@ bool scanDirectory(const char *path, int32_t depth, const ScanRequest &request) 
     pattern.pop_back();
   pattern += L"\\*";
   WIN32_FIND_DATAW entry;
-  HANDLE find = zb::gSystemCalls.FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &entry,
-                                                  FindExSearchNameMatch, nullptr,
-                                                  FIND_FIRST_EX_LARGE_FETCH);
+  HANDLE find =
+      zb::gSystemCalls.FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &entry,
+                                        FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
   if (find == INVALID_HANDLE_VALUE)
     return false;
   FindCloser closer{find};

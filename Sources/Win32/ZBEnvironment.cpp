@@ -77,9 +77,7 @@ bool endsWithSlash(const char *path) {
 }
 
 // The path with a "/" at its end; null when memory runs out.
-Text withSlash(const char *path) {
-  return concatenate(path, endsWithSlash(path) ? "" : "/");
-}
+Text withSlash(const char *path) { return concatenate(path, endsWithSlash(path) ? "" : "/"); }
 
 // A Windows path in the library's style, normalised ("C:\a\..\b" gives
 // "C:/b"), ending with "/".

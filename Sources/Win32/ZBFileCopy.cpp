@@ -14,8 +14,8 @@ using namespace zb::file;
 namespace {
 
 constexpr uint32_t kChunk = 4096;
-constexpr uint32_t kNewFileFlags = ZBFileDescriptorOpenReadWrite | ZBFileDescriptorOpenCreate |
-                                   ZBFileDescriptorOpenExclusive;
+constexpr uint32_t kNewFileFlags =
+    ZBFileDescriptorOpenReadWrite | ZBFileDescriptorOpenCreate | ZBFileDescriptorOpenExclusive;
 static_assert(kNewFileFlags == 0x46);
 
 struct BufferDeleter {
@@ -71,8 +71,7 @@ extern "C" ZBError ZBFileCreateFromBytes(const void *bytes, size_t length, const
   return error;
 }
 
-extern "C" ZBError ZBFileCopy(const char *source, const char *destination,
-                              uint16_t mode) noexcept {
+extern "C" ZBError ZBFileCopy(const char *source, const char *destination, uint16_t mode) noexcept {
   if (isEmpty(source) || isEmpty(destination))
     return ZBErrorInvalidArgument;
   if (sameByName(source, destination) || sameByIdentity(source, destination))

@@ -95,9 +95,8 @@ extern "C" ZBError ZBFileDescriptorWrite(ZBFileDescriptor fd, const void *buffer
   return writeTo(fd, buffer, count, nullptr, outBytesWritten);
 }
 
-extern "C" ZBError ZBFileDescriptorWriteAt(ZBFileDescriptor fd, const void *buffer,
-                                           uint32_t count, int64_t offset,
-                                           uint32_t *outBytesWritten) noexcept {
+extern "C" ZBError ZBFileDescriptorWriteAt(ZBFileDescriptor fd, const void *buffer, uint32_t count,
+                                           int64_t offset, uint32_t *outBytesWritten) noexcept {
   if (!isValid(fd))
     return ZBErrorInvalidHandle;
   if (offset < 0)
@@ -120,8 +119,8 @@ extern "C" ZBError ZBFileDescriptorWriteMany(ZBFileDescriptor fd, uint32_t vecto
     return ZBErrorInvalidArgument;
   for (uint32_t index = 0; index < vectorCount; ++index) {
     uint32_t written = 0;
-    const ZBError error = ZBFileDescriptorWrite(fd, vectors[index].bytes, vectors[index].count,
-                                                &written);
+    const ZBError error =
+        ZBFileDescriptorWrite(fd, vectors[index].bytes, vectors[index].count, &written);
     if (error != ZBErrorNone)
       return error;
     if (outTotal != nullptr)

@@ -18,14 +18,10 @@ namespace {
 uint32_t fileTypeBits(ZBFileDescriptor fd) {
   switch (GetFileType(handleOf(fd))) {
   case FILE_TYPE_DISK:
-  case FILE_TYPE_REMOTE:
-    return 0100000;
-  case FILE_TYPE_CHAR:
-    return 020000;
-  case FILE_TYPE_PIPE:
-    return 010000;
-  default:
-    return 0;
+  case FILE_TYPE_REMOTE: return 0100000;
+  case FILE_TYPE_CHAR: return 020000;
+  case FILE_TYPE_PIPE: return 010000;
+  default: return 0;
   }
 }
 

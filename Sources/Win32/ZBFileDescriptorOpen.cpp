@@ -26,12 +26,9 @@ DWORD accessFor(uint32_t flags) {
   if (flags & ZBFileDescriptorOpenAppend)
     return FILE_APPEND_DATA | (reads ? GENERIC_READ : 0);
   switch (access) {
-  case ZBFileDescriptorOpenReadOnly:
-    return GENERIC_READ;
-  case ZBFileDescriptorOpenWriteOnly:
-    return GENERIC_WRITE;
-  default:
-    return GENERIC_READ | GENERIC_WRITE;
+  case ZBFileDescriptorOpenReadOnly: return GENERIC_READ;
+  case ZBFileDescriptorOpenWriteOnly: return GENERIC_WRITE;
+  default: return GENERIC_READ | GENERIC_WRITE;
   }
 }
 
@@ -46,8 +43,8 @@ DWORD dispositionFor(uint32_t flags) {
 }
 
 DWORD attributesFor(uint32_t flags, uint16_t mode) {
-  DWORD attributes = (flags & ZBFileDescriptorOpenAppend) ? FILE_FLAG_SEQUENTIAL_SCAN
-                                                          : FILE_FLAG_RANDOM_ACCESS;
+  DWORD attributes =
+      (flags & ZBFileDescriptorOpenAppend) ? FILE_FLAG_SEQUENTIAL_SCAN : FILE_FLAG_RANDOM_ACCESS;
   if ((mode & 0222) == 0)
     attributes |= FILE_ATTRIBUTE_READONLY;
   if (flags & ZBFileDescriptorOpenSynchronous)
@@ -66,8 +63,8 @@ ZBError openNT(const wchar_t *ntPath, uint32_t flags, uint16_t mode,
   SECURITY_ATTRIBUTES security = {sizeof(SECURITY_ATTRIBUTES), nullptr,
                                   (flags & ZBFileDescriptorOpenCloseOnExec) ? FALSE : TRUE};
   HANDLE handle = gSystemCalls.CreateFileW(
-      ntPath, accessFor(flags), FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-      &security, dispositionFor(flags), attributesFor(flags, mode), nullptr);
+      ntPath, accessFor(flags), FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, &security,
+      dispositionFor(flags), attributesFor(flags, mode), nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     const DWORD error = GetLastError();
     *outFD = 0;
@@ -110,8 +107,8 @@ extern "C" ZBError ZBFileDescriptorCreateTemporary(char *pattern, uint32_t suffi
     return ZBErrorInvalidArgument;
   const size_t length = std::strlen(pattern);
   // The run of "X" that ends just before the suffix, walked from its end.
-  for (size_t at = suffixLength < length ? length - suffixLength : 0; at > 0 && pattern[at - 1] == 'X';
-       --at) {
+  for (size_t at = suffixLength < length ? length - suffixLength : 0;
+       at > 0 && pattern[at - 1] == 'X'; --at) {
     pattern[at - 1] = temporaryFileCharacter(randomBelow62());
   }
   constexpr uint32_t kTemporaryFlags = ZBFileDescriptorOpenReadWrite | ZBFileDescriptorOpenCreate |

@@ -37,8 +37,8 @@ extern "C" ZBError ZBFileDescriptorSeek(ZBFileDescriptor fd, int64_t offset, int
     return ZBErrorUnsupported;
   if (whence > ZBFileDescriptorSeekEnd)
     return ZBErrorInvalidArgument;
-  static_assert(ZBFileDescriptorSeekSet == FILE_BEGIN && ZBFileDescriptorSeekCurrent == FILE_CURRENT &&
-                ZBFileDescriptorSeekEnd == FILE_END);
+  static_assert(ZBFileDescriptorSeekSet == FILE_BEGIN &&
+                ZBFileDescriptorSeekCurrent == FILE_CURRENT && ZBFileDescriptorSeekEnd == FILE_END);
   return seekHandle(fd, offset, whence, outPosition);
 }
 

@@ -28,8 +28,7 @@ Removal removeClearingReadOnly(const wchar_t *ntPath, BOOL(WINAPI *remove)(LPCWS
   if (removal.attributes == INVALID_FILE_ATTRIBUTES ||
       (removal.attributes & FILE_ATTRIBUTE_READONLY) == 0)
     return removal;
-  if (!zb::gSystemCalls.SetFileAttributesW(ntPath,
-                                           removal.attributes & ~FILE_ATTRIBUTE_READONLY)) {
+  if (!zb::gSystemCalls.SetFileAttributesW(ntPath, removal.attributes & ~FILE_ATTRIBUTE_READONLY)) {
     removal.clearRefused = true;
     return removal;
   }

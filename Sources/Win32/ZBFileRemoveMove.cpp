@@ -10,10 +10,8 @@ using namespace zb::file;
 namespace {
 
 constexpr ErrorRow kRemoveErrors[] = {
-    {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound},
-    {ERROR_PATH_NOT_FOUND, ZBErrorFileNotFound},
-    {ERROR_WRITE_PROTECT, ZBErrorReadOnlyFileSystem},
-    {ERROR_SHARING_VIOLATION, ZBErrorFileBusy},
+    {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound},      {ERROR_PATH_NOT_FOUND, ZBErrorFileNotFound},
+    {ERROR_WRITE_PROTECT, ZBErrorReadOnlyFileSystem}, {ERROR_SHARING_VIOLATION, ZBErrorFileBusy},
     {ERROR_INVALID_NAME, ZBErrorNotLocked}, // the code callers have always seen
 };
 
@@ -39,8 +37,8 @@ extern "C" ZBError ZBFileRemove(const char *path) noexcept {
   if (error == 0)
     return ZBErrorNone;
   if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND)
-    ZB_LOG_AT(ZBLogLevelError, "_ZBFileRemove", __FILE__, __LINE__,
-              "failed to delete file %S, %d", ntPath.get(), static_cast<int>(error));
+    ZB_LOG_AT(ZBLogLevelError, "_ZBFileRemove", __FILE__, __LINE__, "failed to delete file %S, %d",
+              ntPath.get(), static_cast<int>(error));
   if (error == ERROR_ACCESS_DENIED)
     return removal.attributes != INVALID_FILE_ATTRIBUTES &&
                    (removal.attributes & FILE_ATTRIBUTE_DIRECTORY)
@@ -50,8 +48,7 @@ extern "C" ZBError ZBFileRemove(const char *path) noexcept {
 }
 
 extern "C" ZBError ZBFileMove(const char *source, const char *destination, uint32_t) noexcept {
-  if (source == nullptr || source[0] == '\0' || destination == nullptr ||
-      destination[0] == '\0')
+  if (source == nullptr || source[0] == '\0' || destination == nullptr || destination[0] == '\0')
     return ZBErrorInvalidArgument;
   NTPath ntSource(source);
   NTPath ntDestination(destination);
@@ -59,8 +56,7 @@ extern "C" ZBError ZBFileMove(const char *source, const char *destination, uint3
   // refuse as an invalid parameter, which maps to the generic code.
   if (ntSource.get() == nullptr || ntDestination.get() == nullptr)
     return ZBErrorGeneric;
-  if (zb::gSystemCalls.MoveFileExW(ntSource.get(), ntDestination.get(),
-                                   MOVEFILE_REPLACE_EXISTING))
+  if (zb::gSystemCalls.MoveFileExW(ntSource.get(), ntDestination.get(), MOVEFILE_REPLACE_EXISTING))
     return ZBErrorNone;
   return mapError(kMoveErrors, GetLastError());
 }

@@ -41,39 +41,27 @@ DWORD viewAccess(uint32_t protection, bool shared) {
   if (shared)
     return protection == 1 ? FILE_MAP_READ : protection == 3 ? FILE_MAP_WRITE : 0;
   switch (protection) {
-  case 1:
-    return FILE_MAP_READ;
-  case 2:
-    return FILE_MAP_WRITE;
-  case 3:
-    return FILE_MAP_COPY;
+  case 1: return FILE_MAP_READ;
+  case 2: return FILE_MAP_WRITE;
+  case 3: return FILE_MAP_COPY;
   case 4:
-  case 5:
-    return FILE_MAP_EXECUTE | FILE_MAP_READ;
+  case 5: return FILE_MAP_EXECUTE | FILE_MAP_READ;
   case 6:
-  case 7:
-    return FILE_MAP_EXECUTE | FILE_MAP_WRITE;
-  default:
-    return 0;
+  case 7: return FILE_MAP_EXECUTE | FILE_MAP_WRITE;
+  default: return 0;
   }
 }
 
 DWORD pageProtection(uint32_t protection, bool shared) {
   switch (protection) {
-  case 1:
-    return PAGE_READONLY;
+  case 1: return PAGE_READONLY;
   case 2:
-  case 3:
-    return shared ? PAGE_READWRITE : PAGE_WRITECOPY;
-  case 4:
-    return PAGE_EXECUTE;
-  case 5:
-    return PAGE_EXECUTE_READ;
+  case 3: return shared ? PAGE_READWRITE : PAGE_WRITECOPY;
+  case 4: return PAGE_EXECUTE;
+  case 5: return PAGE_EXECUTE_READ;
   case 6:
-  case 7:
-    return shared ? PAGE_EXECUTE_READWRITE : PAGE_EXECUTE_WRITECOPY;
-  default:
-    return PAGE_NOACCESS;
+  case 7: return shared ? PAGE_EXECUTE_READWRITE : PAGE_EXECUTE_WRITECOPY;
+  default: return PAGE_NOACCESS;
   }
 }
 
@@ -107,8 +95,8 @@ extern "C" ZBError ZBMmapCreateWithFD(ZBFileDescriptor fd, int64_t offset, uint3
   if (access == 0)
     return ZBErrorUnsupported;
 
-  auto *map = static_cast<ZBMmap *>(
-      _ZBAllocWithZoneAndDesc(nullptr, sizeof(ZBMmap), "ZBMmapCreateWithFD"));
+  auto *map =
+      static_cast<ZBMmap *>(_ZBAllocWithZoneAndDesc(nullptr, sizeof(ZBMmap), "ZBMmapCreateWithFD"));
   if (map == nullptr)
     return ZBErrorNoMemory;
   LARGE_INTEGER size = {};
@@ -147,9 +135,7 @@ extern "C" void *ZBMmapGetBytes(ZBMmap *map) noexcept {
   return map != nullptr ? map->bytes : nullptr;
 }
 
-extern "C" uint32_t ZBMmapGetSize(ZBMmap *map) noexcept {
-  return map != nullptr ? map->length : 0;
-}
+extern "C" uint32_t ZBMmapGetSize(ZBMmap *map) noexcept { return map != nullptr ? map->length : 0; }
 
 extern "C" ZBError ZBMmapSynchronize(ZBMmap *map, bool synchronous) noexcept {
   if (map == nullptr || !synchronous || map->mapping == nullptr)

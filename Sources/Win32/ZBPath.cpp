@@ -40,14 +40,14 @@ struct AttributeErrorRow {
 };
 constexpr AttributeErrorRow kAttributeErrors[] = {
     // system                      read for mode          write for mode             access
-    {ERROR_FILE_NOT_FOUND,         ZBErrorFileNotFound,   ZBErrorFileNotFound,       ZBErrorFileNotFound},
-    {ERROR_PATH_NOT_FOUND,         ZBErrorFileNotFound,   ZBErrorFileNotFound,       ZBErrorFileNotFound},
-    {ERROR_ACCESS_DENIED,          ZBErrorAccessDenied,   ZBErrorAccessDenied,       ZBErrorAccessDenied},
+    {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound, ZBErrorFileNotFound, ZBErrorFileNotFound},
+    {ERROR_PATH_NOT_FOUND, ZBErrorFileNotFound, ZBErrorFileNotFound, ZBErrorFileNotFound},
+    {ERROR_ACCESS_DENIED, ZBErrorAccessDenied, ZBErrorAccessDenied, ZBErrorAccessDenied},
     // -59 for ERROR_NOT_SAME_DEVICE, kept as it is.
-    {ERROR_NOT_SAME_DEVICE,        ZBErrorGeneric,        ZBErrorGeneric,            ZBErrorInvalidFileName},
-    {ERROR_WRITE_PROTECT,          ZBErrorGeneric,        ZBErrorReadOnlyFileSystem, ZBErrorReadOnlyFileSystem},
-    {ERROR_INVALID_PARAMETER,      ZBErrorGeneric,        ZBErrorInvalidArgument,    ZBErrorInvalidArgument},
-    {ERROR_FILENAME_EXCED_RANGE,   ZBErrorNameTooLong,    ZBErrorNameTooLong,        ZBErrorNameTooLong},
+    {ERROR_NOT_SAME_DEVICE, ZBErrorGeneric, ZBErrorGeneric, ZBErrorInvalidFileName},
+    {ERROR_WRITE_PROTECT, ZBErrorGeneric, ZBErrorReadOnlyFileSystem, ZBErrorReadOnlyFileSystem},
+    {ERROR_INVALID_PARAMETER, ZBErrorGeneric, ZBErrorInvalidArgument, ZBErrorInvalidArgument},
+    {ERROR_FILENAME_EXCED_RANGE, ZBErrorNameTooLong, ZBErrorNameTooLong, ZBErrorNameTooLong},
 };
 
 ZBError attributeError(DWORD error, ZBError AttributeErrorRow::*column) {

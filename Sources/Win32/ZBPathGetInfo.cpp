@@ -18,8 +18,8 @@ constexpr uint32_t kAttributeFields = ZBFileInfoMaskSize | ZBFileInfoMaskMode |
 
 ZBError infoFromOpenedPath(const wchar_t *ntPath, ZBFileInfo *outInfo, uint32_t mask) {
   HANDLE handle = zb::gSystemCalls.CreateFileW(
-      ntPath, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+      ntPath, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (handle == INVALID_HANDLE_VALUE)
     return __ZBIOErrorFromWinError(GetLastError());
   ScopedDescriptor fd(descriptorOf(handle));
@@ -43,8 +43,8 @@ extern "C" ZBError ZBPathGetInfo(const char *path, ZBFileInfo *outInfo, uint32_t
   if (!GetFileAttributesExW(ntPath.get(), GetFileExInfoStandard, &data))
     return __ZBIOErrorFromWinError(GetLastError());
   if (mask & ZBFileInfoMaskSize)
-    outInfo->size = static_cast<int64_t>((static_cast<uint64_t>(data.nFileSizeHigh) << 32) |
-                                         data.nFileSizeLow);
+    outInfo->size =
+        static_cast<int64_t>((static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow);
   if (mask & ZBFileInfoMaskMode)
     outInfo->mode = modeFromAttributes(data.dwFileAttributes, 0100000);
   if (mask & ZBFileInfoMaskModificationTime)

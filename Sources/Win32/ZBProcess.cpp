@@ -14,8 +14,8 @@ namespace {
 std::wstring executablePath() {
   std::wstring path(MAX_PATH, L'\0');
   for (;;) {
-    const DWORD length = zb::gSystemCalls.GetModuleFileNameW(
-        nullptr, path.data(), static_cast<DWORD>(path.size()));
+    const DWORD length =
+        zb::gSystemCalls.GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
     if (length == 0)
       return std::wstring();
     if (length < path.size()) {
@@ -44,8 +44,8 @@ extern "C" char *ZBProcessCopyCurrentName(void) noexcept {
     // WideCharToMultiByte rather than the library's converter: a name may
     // hold characters beyond the Basic Multilingual Plane.
     const int units = static_cast<int>(name.size());
-    const int bytes = WideCharToMultiByte(CP_UTF8, 0, name.data(), units, nullptr, 0, nullptr,
-                                          nullptr);
+    const int bytes =
+        WideCharToMultiByte(CP_UTF8, 0, name.data(), units, nullptr, 0, nullptr, nullptr);
     if (bytes <= 0)
       return nullptr;
     auto *text = static_cast<char *>(_ZBAlloc(static_cast<size_t>(bytes) + 1));

@@ -25,9 +25,9 @@ void __ZBRandomInit() {
   if (!zb::winrt::runningPackaged())
     return;
   void *factory = nullptr;
-  const zb::winrt::ActivationResult activation = zb::winrt::getActivationFactory(
-      L"Windows.Security.Cryptography.CryptographicBuffer",
-      zb::winrt::kICryptographicBufferStatics, &factory);
+  const zb::winrt::ActivationResult activation =
+      zb::winrt::getActivationFactory(L"Windows.Security.Cryptography.CryptographicBuffer",
+                                      zb::winrt::kICryptographicBufferStatics, &factory);
   if (FAILED(activation.createString) || FAILED(activation.activation)) {
     // BCrypt takes over, so this is no error.
     ZB_LOG_WARNING("Failed get cryptographic buffer factory for random gen");
@@ -60,8 +60,8 @@ void fillFromRuntime(uint8_t *bytes, uint32_t count) {
 }
 
 void fillFromSystem(uint8_t *bytes, uint32_t count) {
-  const NTSTATUS status = zb::gSystemCalls.BCryptGenRandom(nullptr, bytes, count,
-                                                           BCRYPT_USE_SYSTEM_PREFERRED_RNG);
+  const NTSTATUS status =
+      zb::gSystemCalls.BCryptGenRandom(nullptr, bytes, count, BCRYPT_USE_SYSTEM_PREFERRED_RNG);
   if (status < 0)
     failGenerating();
 }

@@ -168,8 +168,7 @@ void _tz_win32_fill_tzindexes(bool force) noexcept {
   else if (sFilled)
     return;
   char *directory = ZBEnvironmentCopyQuovexPrivateCachesDirectory();
-  char *path = ZBCStringCreateConcatenating(nullptr, directory ? directory : "",
-                                            "quovex_tz_cache");
+  char *path = ZBCStringCreateConcatenating(nullptr, directory ? directory : "", "quovex_tz_cache");
   ZBFileDescriptor fd = 0;
   // Read and write, created when missing.
   if (directory == nullptr || path == nullptr ||
@@ -201,8 +200,8 @@ TZSystemIndex _tz_win32_system_index(int32_t row) noexcept {
 
 bool _tz_win32_key_name(const DYNAMIC_TIME_ZONE_INFORMATION &zone, char *buffer,
                         int size) noexcept {
-  return WideCharToMultiByte(CP_UTF8, 0, zone.TimeZoneKeyName, -1, buffer, size, nullptr,
-                             nullptr) > 0;
+  return WideCharToMultiByte(CP_UTF8, 0, zone.TimeZoneKeyName, -1, buffer, size, nullptr, nullptr) >
+         0;
 }
 
 bool _tz_win32_row_lists_key(int32_t row, const char *key, int32_t *candidate) noexcept {

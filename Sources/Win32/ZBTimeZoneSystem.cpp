@@ -72,7 +72,8 @@ int64_t ruleInstant(const SYSTEMTIME &rule, int32_t year) {
   const int64_t first = localSeconds(SYSTEMTIME{local.wYear, local.wMonth, 0, 1, 0, 0, 0, 0});
   const int32_t firstWeekday = static_cast<int32_t>(((first / 86400) % 7 + 7 + 4) % 7);
   const int32_t monthDays = kMonthDays[(rule.wMonth - 1) % 12] + (rule.wMonth == 2 && isLeap(year));
-  int32_t day = 1 + (rule.wDayOfWeek - firstWeekday + 7) % 7 + 7 * (std::max<int32_t>(rule.wDay, 1) - 1);
+  int32_t day =
+      1 + (rule.wDayOfWeek - firstWeekday + 7) % 7 + 7 * (std::max<int32_t>(rule.wDay, 1) - 1);
   while (day > monthDays)
     day -= 7;
   local.wDay = static_cast<WORD>(day);
@@ -106,14 +107,13 @@ uint32_t buildTransitions(DYNAMIC_TIME_ZONE_INFORMATION &zone, const TZKnownZone
     if (perYear && (walkedFirst || (static_cast<DWORD>(year) >= firstYear &&
                                     static_cast<DWORD>(year) <= lastYear))) {
       if (!zb::gSystemCalls.GetTimeZoneInformationForYear(static_cast<USHORT>(year), &zone,
-                                                           &rules)) {
+                                                          &rules)) {
         ZB_LOG_ERROR("Failed to get zone info for year %hu. Using current year's transitions.",
                      static_cast<unsigned short>(year));
         useBaseRules();
       }
     }
-    if (rules.DaylightDate.wMonth == 0 || rules.StandardDate.wMonth == 0 ||
-        count + 2 > kMaxEntries)
+    if (rules.DaylightDate.wMonth == 0 || rules.StandardDate.wMonth == 0 || count + 2 > kMaxEntries)
       continue;
     anyDaylight = true;
     const int32_t standardBias = rules.Bias + rules.StandardBias;
@@ -130,9 +130,8 @@ uint32_t buildTransitions(DYNAMIC_TIME_ZONE_INFORMATION &zone, const TZKnownZone
   if (!anyDaylight)
     out[count++] = {0, kTZForever, -(rules.Bias + rules.StandardBias) * 60,
                     row.standardAbbreviation};
-  std::sort(out, out + count, [](const ZBTZTransition &a, const ZBTZTransition &b) {
-    return a.time < b.time;
-  });
+  std::sort(out, out + count,
+            [](const ZBTZTransition &a, const ZBTZTransition &b) { return a.time < b.time; });
   return count;
 }
 
@@ -178,8 +177,8 @@ ZBTZFile *zoneFromSystem(DYNAMIC_TIME_ZONE_INFORMATION &zone, int32_t systemInde
   }
   if (cacheable)
     ZB_LOG_WARNING("Not enough room for entry in cache; not using cache.");
-  auto *entries = static_cast<ZBTZTransition *>(
-      _ZBAllocWithCount(kMaxEntries, sizeof(ZBTZTransition)));
+  auto *entries =
+      static_cast<ZBTZTransition *>(_ZBAllocWithCount(kMaxEntries, sizeof(ZBTZTransition)));
   if (entries == nullptr)
     return nullptr;
   const uint32_t count = buildTransitions(zone, kTZKnownZones[row], entries);
@@ -213,8 +212,8 @@ ZBTZFile *createFromCurrent(int32_t row, const char *name) {
     return nullptr;
   char key[128];
   if (!_tz_win32_key_name(zone, key, sizeof key)) {
-    ZB_LOG_ERROR("Current system time zone key '%ls' is longer than expected, err: %d",
-                 wide(zone), static_cast<int>(GetLastError()));
+    ZB_LOG_ERROR("Current system time zone key '%ls' is longer than expected, err: %d", wide(zone),
+                 static_cast<int>(GetLastError()));
     return nullptr;
   }
   if (_tz_win32_row_lists_key(row, key, nullptr))

@@ -86,8 +86,7 @@ const Runtime &runtime() {
 }
 
 bool runtimeComplete(const Runtime &r) {
-  return r.getActivationFactory && r.createString && r.deleteString && r.rawBuffer &&
-         r.freeArray;
+  return r.getActivationFactory && r.createString && r.deleteString && r.rawBuffer && r.freeArray;
 }
 
 // An HSTRING released at the end of its scope.
@@ -107,7 +106,7 @@ private:
   HSTRING mString = nullptr;
 };
 
-#define ZB_APPDATA_ERROR(...)                                                              \
+#define ZB_APPDATA_ERROR(...)                                                                      \
   ZB_LOG_AT(ZBLogLevelError, "_GetAppDataFolderInternal", __FILE__, __LINE__, __VA_ARGS__)
 
 unsigned hex(HRESULT result) { return static_cast<unsigned>(result); }
@@ -126,10 +125,9 @@ char *utf8FromPath(HSTRING path) {
     text[0] = '\0';
     return text;
   }
-  const int written =
-      gSystemCalls.WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, units,
-                                       static_cast<int>(length), text,
-                                       static_cast<int>(capacity - 1), nullptr, nullptr);
+  const int written = gSystemCalls.WideCharToMultiByte(
+      CP_UTF8, WC_ERR_INVALID_CHARS, units, static_cast<int>(length), text,
+      static_cast<int>(capacity - 1), nullptr, nullptr);
   if (written <= 0) {
     const DWORD error = GetLastError();
     ZB_APPDATA_ERROR("WideCharToMultiByte failed: %d", static_cast<int>(error));
