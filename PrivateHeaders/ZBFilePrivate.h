@@ -7,6 +7,7 @@
 #include "ZBAlloc.h"
 #include "ZBError.h"
 #include "ZBFileDescriptor.h"
+#include "ZBPathNT.h"
 #include "ZBString.h"
 #include "ZBTimePrivate.h"
 
@@ -31,21 +32,9 @@ inline ZBFileDescriptor descriptorOf(HANDLE handle) {
 }
 inline bool isValid(ZBFileDescriptor fd) { return fd != 0 && fd != ~ZBFileDescriptor{0}; }
 
-// A library path in the wide long-path form the file calls take, freed when
-// it goes. A "/" before a drive letter and ":" is dropped first ("/C:/x" is
-// "C:/x"). get() is null for an empty path or a failed conversion.
-class NTPath {
-public:
-  explicit NTPath(const char *path) noexcept;
-  ~NTPath() { _ZBFree(text_); }
-  NTPath(const NTPath &) = delete;
-  NTPath &operator=(const NTPath &) = delete;
-  const wchar_t *get() const { return reinterpret_cast<const wchar_t *>(text_); }
-  wchar_t *mutableText() { return reinterpret_cast<wchar_t *>(text_); }
-
-private:
-  ZBWChar *text_ = nullptr;
-};
+// The wide long-path form of a library path that every file call takes.
+using zb::path::fileSystemPath;
+using zb::path::NTPath;
 
 // A descriptor closed when the holder goes (unless released).
 class ScopedDescriptor {

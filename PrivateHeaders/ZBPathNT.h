@@ -4,21 +4,17 @@
 #pragma once
 
 #include "ZBPathInfoRecord.h"
-
-#include "ZBAlloc.h"
-
-#include <memory>
+#include "ZBOwned.h"
 
 namespace zb::path {
 
-struct WideTextDeleter {
-  void operator()(ZBWChar *text) const noexcept { _ZBFreeWithZone(nullptr, text); }
-};
-using NTPath = std::unique_ptr<ZBWChar, WideTextDeleter>;
+using NTPath = zb::Owned<ZBWChar>;
 
-// Empty when `path` is null or cannot be converted.
+// Empty when `path` is null or empty, or cannot be converted.
 inline NTPath fileSystemPath(const char *path) noexcept {
-  return NTPath(path != nullptr ? ZBPathCopyNT(withoutSlashBeforeDrive(path)) : nullptr);
+  if (path == nullptr || path[0] == '\0')
+    return NTPath();
+  return NTPath(ZBPathCopyNT(withoutSlashBeforeDrive(path)));
 }
 
 } // namespace zb::path

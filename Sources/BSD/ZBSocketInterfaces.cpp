@@ -8,6 +8,7 @@
 // would make the probe try every index in vain, so a family is no longer
 // probed once the option is refused; its addresses keep index 0.
 #include "ZBSocketAddress.h"
+#include "ZBOwned.h"
 
 #include "ZBAlloc.h"
 #include "ZBSocket.h"
@@ -34,10 +35,7 @@ constexpr uint32_t kFlagNotLoopbackOrPointToPoint = 0x8;
 constexpr uint32_t kFlagLoopback = 0x1000000;
 constexpr uint32_t kFlagPointToPoint = 0x2000000;
 
-struct FreeWithZone {
-  void operator()(void *pointer) const { _ZBFreeWithZone(nullptr, pointer); }
-};
-using ZoneBuffer = std::unique_ptr<char, FreeWithZone>;
+using ZoneBuffer = zb::Owned<char>;
 
 // Closes a library-made probe socket on every path.
 struct ScopedSocket {

@@ -1,6 +1,7 @@
 // Directory creation: one directory (with the walk up the path that tells a
 // missing parent from a file in the way), and a whole chain of them.
 #include "ZBFile.h"
+#include "ZBOwned.h"
 
 #include "ZBErrorMapping.h"
 #include "ZBFilePrivate.h"
@@ -37,10 +38,7 @@ ZBError errorOfMissingParent(wchar_t *ntPath) {
 }
 
 // Owners of the parsed path and of its written-back prefixes.
-struct TextDeleter {
-  void operator()(char *text) const { _ZBFree(text); }
-};
-using Text = std::unique_ptr<char, TextDeleter>;
+using Text = zb::Owned<char>;
 struct InfoDeleter {
   void operator()(ZBPathInfo *info) const { ZBPathInfoFree(info); }
 };
@@ -50,13 +48,13 @@ struct InfoDeleter {
 extern "C" ZBError ZBDirectoryCreate(const char *path, uint16_t mode) noexcept {
   if (path == nullptr || path[0] == '\0')
     return ZBErrorInvalidArgument;
-  NTPath ntPath(path);
+  NTPath ntPath = fileSystemPath(path);
   if (ntPath.get() == nullptr)
     return ZBErrorNoMemory;
   if (!zb::gSystemCalls.CreateDirectoryW(ntPath.get(), nullptr)) {
     const DWORD error = GetLastError();
     if (error == ERROR_PATH_NOT_FOUND)
-      return errorOfMissingParent(ntPath.mutableText());
+      return errorOfMissingParent(ntPath.get());
     return mapError(kCreateErrors, error);
   }
   if ((mode & 0200) == 0) {

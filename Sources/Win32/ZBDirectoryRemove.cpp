@@ -53,7 +53,7 @@ bool removeEntry(void *context, const char *directory, const char *name, int32_t
 extern "C" ZBError ZBDirectoryRemove(const char *path) noexcept {
   if (path == nullptr || path[0] == '\0')
     return ZBErrorInvalidArgument;
-  NTPath ntPath(path);
+  NTPath ntPath = fileSystemPath(path);
   if (ntPath.get() == nullptr)
     return ZBErrorNoMemory;
   const Removal removal = removeClearingReadOnly(ntPath.get(), zb::gSystemCalls.RemoveDirectoryW);
@@ -71,7 +71,7 @@ extern "C" ZBError ZBDirectoryRemoveRecursive(const char *path) noexcept {
   if (path == nullptr || path[0] == '\0')
     return ZBErrorInvalidArgument;
   {
-    NTPath ntPath(path);
+    NTPath ntPath = fileSystemPath(path);
     if (ntPath.get() == nullptr)
       return ZBErrorNoMemory;
     if (zb::gSystemCalls.GetFileAttributesW(ntPath.get()) == INVALID_FILE_ATTRIBUTES) {

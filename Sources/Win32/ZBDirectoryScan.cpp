@@ -33,7 +33,7 @@ struct FindCloser {
 bool scanDirectory(const char *path, int32_t depth, const ScanRequest &request) {
   std::wstring pattern;
   {
-    NTPath ntPath(path);
+    NTPath ntPath = fileSystemPath(path);
     if (ntPath.get() == nullptr)
       return false;
     pattern = ntPath.get();

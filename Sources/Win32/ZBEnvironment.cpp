@@ -7,6 +7,7 @@
 // value is only ever a finished one: a failure leaves the cache empty so
 // the next call tries again.
 #include "ZBEnvironment.h"
+#include "ZBOwned.h"
 
 #include "ZBAlloc.h"
 #include "ZBEnvironmentPrivate.h"
@@ -26,11 +27,7 @@
 
 namespace {
 
-// Owned library strings, released with _ZBFree.
-struct LibraryFree {
-  void operator()(char *text) const { _ZBFree(text); }
-};
-using Text = std::unique_ptr<char, LibraryFree>;
+using Text = zb::Owned<char>;
 
 // Strings the runtime query returns from the C heap.
 struct HeapFree {

@@ -1,6 +1,7 @@
 // Whole-file writing and copying through descriptors, and the same-file
 // test that keeps a copy from truncating its own source.
 #include "ZBFile.h"
+#include "ZBOwned.h"
 
 #include "ZBAlloc.h"
 #include "ZBFilePrivate.h"
@@ -17,10 +18,6 @@ constexpr uint32_t kChunk = 4096;
 constexpr uint32_t kNewFileFlags =
     ZBFileDescriptorOpenReadWrite | ZBFileDescriptorOpenCreate | ZBFileDescriptorOpenExclusive;
 static_assert(kNewFileFlags == 0x46);
-
-struct BufferDeleter {
-  void operator()(void *buffer) const { _ZBFree(buffer); }
-};
 
 // Writes all `count` bytes; a short write means the disk is full.
 ZBError writeAll(ZBFileDescriptor fd, const char *bytes, uint32_t count) {
@@ -84,7 +81,7 @@ extern "C" ZBError ZBFileCopy(const char *source, const char *destination, uint1
   error = replaceWithNewFile(destination, mode, output.out());
   if (error != ZBErrorNone)
     return error;
-  std::unique_ptr<char, BufferDeleter> buffer(
+  zb::Owned<char> buffer(
       static_cast<char *>(_ZBAllocWithZoneAndDesc(nullptr, kChunk, "ZBFileCopy")));
   if (buffer == nullptr)
     return ZBErrorNoMemory;

@@ -95,7 +95,7 @@ extern "C" ZBError ZBFileDescriptorOpen(const char *path, uint32_t flags, uint16
   *outFD = 0;
   if (path == nullptr || path[0] == '\0')
     return ZBErrorInvalidArgument;
-  NTPath ntPath(path);
+  NTPath ntPath = fileSystemPath(path);
   if (ntPath.get() == nullptr)
     return ZBErrorNotLocked; // the code callers of this open have always seen
   return openNT(ntPath.get(), flags, mode, outFD);

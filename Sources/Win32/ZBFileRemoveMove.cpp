@@ -29,7 +29,7 @@ constexpr ErrorRow kMoveErrors[] = {
 extern "C" ZBError ZBFileRemove(const char *path) noexcept {
   if (path == nullptr || path[0] == '\0')
     return ZBErrorInvalidArgument;
-  NTPath ntPath(path);
+  NTPath ntPath = fileSystemPath(path);
   if (ntPath.get() == nullptr)
     return ZBErrorNoMemory;
   const Removal removal = removeClearingReadOnly(ntPath.get(), zb::gSystemCalls.DeleteFileW);
@@ -50,8 +50,8 @@ extern "C" ZBError ZBFileRemove(const char *path) noexcept {
 extern "C" ZBError ZBFileMove(const char *source, const char *destination, uint32_t) noexcept {
   if (source == nullptr || source[0] == '\0' || destination == nullptr || destination[0] == '\0')
     return ZBErrorInvalidArgument;
-  NTPath ntSource(source);
-  NTPath ntDestination(destination);
+  NTPath ntSource = fileSystemPath(source);
+  NTPath ntDestination = fileSystemPath(destination);
   // A conversion that failed for want of memory is what the system would
   // refuse as an invalid parameter, which maps to the generic code.
   if (ntSource.get() == nullptr || ntDestination.get() == nullptr)

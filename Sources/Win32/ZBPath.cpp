@@ -4,6 +4,7 @@
 // long-path form (ZBPathNT.h); the calls that can fail go through the
 // system-call table so tests can walk each error table.
 #include "ZBPathNT.h"
+#include "ZBOwned.h"
 
 #include "ZBErrorMapping.h"
 #include "ZBLog.h"
@@ -87,10 +88,7 @@ Attributes readAttributes(const char *path) {
   return result;
 }
 
-struct TextDeleter {
-  void operator()(char *text) const noexcept { _ZBFreeWithZone(nullptr, text); }
-};
-using Text = std::unique_ptr<char, TextDeleter>;
+using Text = zb::Owned<char>;
 
 // A DOS-style text from the system as a library path: "C:\x" gives "C:/x".
 // The POSIX form is never longer than the DOS one.

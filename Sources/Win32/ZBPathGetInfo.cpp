@@ -31,7 +31,7 @@ ZBError infoFromOpenedPath(const wchar_t *ntPath, ZBFileInfo *outInfo, uint32_t 
 extern "C" ZBError ZBPathGetInfo(const char *path, ZBFileInfo *outInfo, uint32_t mask) noexcept {
   if (path == nullptr || path[0] == '\0' || outInfo == nullptr)
     return ZBErrorInvalidArgument;
-  NTPath ntPath(path);
+  NTPath ntPath = fileSystemPath(path);
   if (ntPath.get() == nullptr)
     return ZBErrorNoMemory;
   *outInfo = ZBFileInfo{};
