@@ -29,7 +29,20 @@ namespace zb::log {
 // level, with the Backtrace and Trace flags added to `flags`.
 uint32_t parseLevelList(const char *text, uint32_t *flags) noexcept;
 
-// Reads the rules from the environment into an empty configuration.
+// The configuration variables' values at one moment; null when unset.
+struct ZBLogConfigurationSources {
+  const char *levels;
+  const char *configFile;
+  const char *config;
+};
+// Reads the variables. The log calls this before it takes its lock: code
+// that holds the environment's lock logs, so the environment's lock must
+// never be taken under the log's.
+ZBLogConfigurationSources readConfigurationSources(const ZBLogConfiguration &configuration) noexcept;
+// Builds the rules of an empty configuration from the values read.
+void loadConfiguration(ZBLogConfiguration &configuration,
+                       const ZBLogConfigurationSources &sources) noexcept;
+// Both steps at once, for callers that hold no lock.
 void loadConfiguration(ZBLogConfiguration &configuration) noexcept;
 // Frees the rules; the configuration is then not loaded.
 void clearConfiguration(ZBLogConfiguration &configuration) noexcept;

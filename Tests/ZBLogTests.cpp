@@ -4,14 +4,19 @@
 #include <gtest/gtest.h>
 
 #include "ZBEnvironment.h"
+#include "ZBEnvironmentPrivate.h"
 #include "ZBLog.h"
 #include "ZBLogConfiguration.h"
 #include "ZBTestSupport.h"
 
+#include <atomic>
+#include <chrono>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstdio>
 #include <regex>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -211,6 +216,41 @@ TEST_F(ZBLogTest, SettingALogVariableRedeterminesSitesThatAlreadyLogged) {
   EXPECT_TRUE(ringHas("round 2 debug"));
   EXPECT_FALSE(ringHas("round 3 info"));
   EXPECT_FALSE(ringHas("round 3 debug"));
+}
+
+// The directory functions log while they hold the environment's lock, so
+// the log must never read the environment under its own lock (a site's
+// first determination does read it), or the two threads below wait for
+// each other for ever.
+TEST_F(ZBLogTest, DeterminingSitesWhileTheEnvironmentLockHolderLogsNeverDeadlocks) {
+  static ZBLogSite sites[2000]; // determined sites stay listed for ever
+  static ZBLogSite logging;
+  // An empty configuration counts as not loaded, so every first
+  // determination reads the environment again.
+  ZBEnvironmentSetEnv("ZBLOG_CONFIG", "", 1);
+  std::atomic<bool> determined{false};
+  std::thread holder([&] {
+    while (!determined.load()) {
+      ZBMutexAcquire(_ZBEnvironmentLock());
+      if (ZBLogDetermineLogLevel(ZBLogLevelInfo, &logging, "Sources/h.cpp", "h", 1))
+        ZBLogS(ZBLogLevelInfo, &logging, "h", "Sources/h.cpp", 1, "under the lock");
+      ZBMutexRelease(_ZBEnvironmentLock());
+    }
+  });
+  std::thread determiner([&] {
+    for (ZBLogSite &site : sites)
+      ZBLogDetermineLogLevel(ZBLogLevelInfo, &site, "Sources/d.cpp", "d", 1);
+    determined = true;
+  });
+  for (int waited = 0; !determined.load() && waited < 30000; waited += 10)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  if (!determined.load()) {
+    ADD_FAILURE() << "the lock holder and the determiner deadlocked";
+    std::_Exit(1); // the stuck threads cannot be joined
+  }
+  holder.join();
+  determiner.join();
+  EXPECT_TRUE(ZBLogDetermineLogLevel(ZBLogLevelInfo, &sites[1999], "Sources/d.cpp", "d", 1));
 }
 
 TEST_F(ZBLogTest, LinesHaveTheExactFormatInTheLogFile) {

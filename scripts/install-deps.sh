@@ -20,6 +20,7 @@ fi
 export WINEDEBUG=-all
 export HOME="${HOME:-/root}"
 prefix="${WINEPREFIX:-$HOME/.wine}"
+mkdir -p "$HOME"
 if [ ! -f "$prefix/system.reg" ]; then
   wineboot -i >/dev/null 2>&1 || true
   wineserver -w || true

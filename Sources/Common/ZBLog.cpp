@@ -184,13 +184,16 @@ extern "C" bool ZBLogDetermineLogLevel(int32_t level, ZBLogSite *site, const cha
     site->level = ZBLogLevelWarning;
     return ZBLogLevelWarning >= level;
   }
+  // The environment is read before the log lock is taken (see
+  // readConfigurationSources); only a site's first determination pays for it.
+  const zb::log::ZBLogConfigurationSources sources = zb::log::readConfigurationSources(sConfiguration);
   zb::ScopedLock lock(&sLogLock);
   if (site->level == 0) {
     site->file = file;
     site->function = function;
     site->lineWord = (site->lineWord & kSiteFlagsMask) | (line & ZBLogSiteLineMask);
     if (!zb::log::isLoaded(sConfiguration))
-      zb::log::loadConfiguration(sConfiguration);
+      zb::log::loadConfiguration(sConfiguration, sources);
     determineSite(site);
     site->next = sDeterminedSites;
     sDeterminedSites = site;
@@ -302,9 +305,10 @@ extern "C" ZBCircularBuffer *ZBLogGetLogBufferThreadUnsafeDoNotUse(void) noexcep
 extern "C" void ZBLogSetBackgroundColor(uint32_t) noexcept { zb::ScopedLock lock(&sLogLock); }
 
 extern "C" void ZBLogEnvironmentReset(void) noexcept {
+  const zb::log::ZBLogConfigurationSources sources = zb::log::readConfigurationSources(sConfiguration);
   zb::ScopedLock lock(&sLogLock);
   zb::log::clearConfiguration(sConfiguration);
-  zb::log::loadConfiguration(sConfiguration);
+  zb::log::loadConfiguration(sConfiguration, sources);
   for (ZBLogSite *site = sDeterminedSites; site != nullptr; site = site->next)
     determineSite(site);
 }

@@ -247,18 +247,29 @@ uint32_t parseLevelList(const char *text, uint32_t *flags) noexcept {
   return level;
 }
 
+ZBLogConfigurationSources readConfigurationSources(const ZBLogConfiguration &configuration) noexcept {
+  return {ZBEnvironmentGetEnv(configuration.levelVariable),
+          ZBEnvironmentGetEnv(configuration.configFileVariable),
+          ZBEnvironmentGetEnv(configuration.configVariable)};
+}
+
 void loadConfiguration(ZBLogConfiguration &configuration) noexcept {
-  if (const char *levels = ZBEnvironmentGetEnv(configuration.levelVariable)) {
+  loadConfiguration(configuration, readConfigurationSources(configuration));
+}
+
+void loadConfiguration(ZBLogConfiguration &configuration,
+                       const ZBLogConfigurationSources &sources) noexcept {
+  if (const char *levels = sources.levels) {
     uint32_t flags = 0;
     const uint32_t level = parseLevelList(levels, &flags);
     useCatchAll(configuration, level, flags);
     return;
   }
-  if (const char *path = ZBEnvironmentGetEnv(configuration.configFileVariable)) {
+  if (const char *path = sources.configFile) {
     if (loadFromFile(configuration, path))
       return;
   }
-  if (const char *list = ZBEnvironmentGetEnv(configuration.configVariable)) {
+  if (const char *list = sources.config) {
     loadFromList(configuration, list);
     return;
   }
