@@ -103,15 +103,15 @@ int main() {
     polls[index] = {static_cast<SOCKET>(idle[index]), POLLRDNORM, 0};
   }
   const zbbench::Options pollOptions{21, 10};
+  const auto pollIdle = [&](int64_t n) {
+    for (int64_t i = 0; i < n; ++i)
+      for (ZBSocket socket : idle) {
+        uint8_t events = 0;
+        zbbench::keep(ZBSocketPoll(socket, ZBSocketPollReadable, &events, 0));
+      }
+  };
   zbbench::compare(
-      "ZBSocketPoll x64 idle, timeout 0 vs WSAPoll",
-      [&](int64_t n) {
-        for (int64_t i = 0; i < n; ++i)
-          for (ZBSocket socket : idle) {
-            uint8_t events = 0;
-            zbbench::keep(ZBSocketPoll(socket, ZBSocketPollReadable, &events, 0));
-          }
-      },
+      "ZBSocketPoll x64 idle, timeout 0 vs WSAPoll", pollIdle,
       [&](int64_t n) {
         for (int64_t i = 0; i < n; ++i)
           for (WSAPOLLFD &poll : polls)
@@ -121,14 +121,7 @@ int main() {
   // The same wait as the raw select it is made of, to separate the
   // library's cost from that of select itself.
   zbbench::compare(
-      "ZBSocketPoll x64 idle, timeout 0 vs select",
-      [&](int64_t n) {
-        for (int64_t i = 0; i < n; ++i)
-          for (ZBSocket socket : idle) {
-            uint8_t events = 0;
-            zbbench::keep(ZBSocketPoll(socket, ZBSocketPollReadable, &events, 0));
-          }
-      },
+      "ZBSocketPoll x64 idle, timeout 0 vs select", pollIdle,
       [&](int64_t n) {
         for (int64_t i = 0; i < n; ++i)
           for (WSAPOLLFD &poll : polls) {

@@ -4,6 +4,29 @@
 
 #include "ZBError.h"
 
+#include <cstddef>
+#include <cstdint>
+
+namespace zb {
+
+// One row of a mapping from a system's error number to a code; every
+// mapping in the library is an array of these, walked by lookupError.
+struct ErrorMapRow {
+  int32_t system;
+  ZBError result;
+};
+
+// The code of `value` in `table`, or `fallback` when no row lists it.
+template <size_t N>
+constexpr ZBError lookupError(const ErrorMapRow (&table)[N], int32_t value, ZBError fallback) {
+  for (const ErrorMapRow &row : table)
+    if (row.system == value)
+      return row.result;
+  return fallback;
+}
+
+} // namespace zb
+
 extern "C" {
 
 // File, descriptor and path functions: Windows system errors.

@@ -6,6 +6,7 @@
 
 #include "ZBAlloc.h"
 #include "ZBError.h"
+#include "ZBErrorMapping.h"
 #include "ZBFileDescriptor.h"
 #include "ZBPathNT.h"
 #include "ZBString.h"
@@ -61,17 +62,12 @@ private:
   ZBFileDescriptor fd_ = 0;
 };
 
-// One row of a Windows-error-to-code table; unlisted errors give `fallback`.
-struct ErrorRow {
-  DWORD winError;
-  ZBError code;
-};
+// A Windows error through one function's own table; unlisted errors give
+// `fallback`.
+using zb::ErrorMapRow;
 template <size_t N>
-ZBError mapError(const ErrorRow (&table)[N], DWORD winError, ZBError fallback = ZBErrorGeneric) {
-  for (const ErrorRow &row : table)
-    if (row.winError == winError)
-      return row.code;
-  return fallback;
+ZBError mapError(const ErrorMapRow (&table)[N], DWORD winError, ZBError fallback = ZBErrorGeneric) {
+  return zb::lookupError(table, static_cast<int32_t>(winError), fallback);
 }
 
 // FILETIME <-> nanoseconds since the Unix epoch.

@@ -8,12 +8,13 @@
 // would make the probe try every index in vain, so a family is no longer
 // probed once the option is refused; its addresses keep index 0.
 #include "ZBSocketAddress.h"
-#include "ZBOwned.h"
 
 #include "ZBAlloc.h"
 #include "ZBSocket.h"
 #include "ZBSocketPrivate.h"
 #include "qprintf.h"
+#include "ZBOwned.h"
+#include "ZBScopedHandle.h"
 
 #include <cstring>
 #include <memory>
@@ -37,31 +38,19 @@ constexpr uint32_t kFlagPointToPoint = 0x2000000;
 
 using ZoneBuffer = zb::Owned<char>;
 
-// Closes a library-made probe socket on every path.
-struct ScopedSocket {
-  explicit ScopedSocket(int family) : handle(zb::gSystemCalls.socket(family, SOCK_DGRAM, 0)) {}
-  ~ScopedSocket() {
-    if (handle != INVALID_SOCKET)
-      zb::gSystemCalls.closesocket(handle);
-  }
-  ScopedSocket(const ScopedSocket &) = delete;
-  ScopedSocket &operator=(const ScopedSocket &) = delete;
-  SOCKET handle;
-};
-
 // One ioctl answer read into 1024 bytes from the default zone. Winsock
 // would say WSAEFAULT for a longer answer; the call's result is what gets
 // tested, so a longer list is a failure (ZBErrorGeneric), kept so.
 ZBError queryList(int family, DWORD control, ZoneBuffer &buffer, DWORD &returned) {
-  ScopedSocket probe(family);
-  if (probe.handle == INVALID_SOCKET)
+  const zb::ScopedSocketHandle probe(zb::gSystemCalls.socket(family, SOCK_DGRAM, 0));
+  if (!probe.isValid())
     return ZBErrorGeneric;
   buffer.reset(static_cast<char *>(
       _ZBAllocWithZoneAndDesc(nullptr, kListBufferSize, "ZBSocketInterfacesApply")));
   if (!buffer)
     return ZBErrorNoMemory;
   returned = 0;
-  if (zb::gSystemCalls.WSAIoctl(probe.handle, control, nullptr, 0, buffer.get(), kListBufferSize,
+  if (zb::gSystemCalls.WSAIoctl(probe.get(), control, nullptr, 0, buffer.get(), kListBufferSize,
                                 &returned, nullptr, nullptr) != 0)
     return ZBErrorGeneric;
   return ZBErrorNone;
@@ -95,19 +84,19 @@ enum class Probe { Matched, NotHere, Refused };
 
 Probe probeIndex(const ListedAddress &listed, uint32_t index) {
   const int family = listed.address.ss_family;
-  ScopedSocket probe(family);
-  if (probe.handle == INVALID_SOCKET)
+  const zb::ScopedSocketHandle probe(zb::gSystemCalls.socket(family, SOCK_DGRAM, 0));
+  if (!probe.isValid())
     return Probe::NotHere;
   // IPv4 wants the index in network order, IPv6 in host order.
   const DWORD value = family == AF_INET ? htonl(index) : index;
   const int level = family == AF_INET ? IPPROTO_IP : IPPROTO_IPV6;
-  if (zb::gSystemCalls.setsockopt(probe.handle, level, kUnicastInterfaceOption,
+  if (zb::gSystemCalls.setsockopt(probe.get(), level, kUnicastInterfaceOption,
                                   reinterpret_cast<const char *>(&value), sizeof value) != 0) {
     const int wsaError = WSAGetLastError();
     return wsaError == WSAENOPROTOOPT || wsaError == WSAEOPNOTSUPP || index == 1 ? Probe::Refused
                                                                                  : Probe::NotHere;
   }
-  if (zb::gSystemCalls.connect(probe.handle, reinterpret_cast<const sockaddr *>(&listed.address),
+  if (zb::gSystemCalls.connect(probe.get(), reinterpret_cast<const sockaddr *>(&listed.address),
                                listed.length) != 0)
     return Probe::NotHere;
   return Probe::Matched;

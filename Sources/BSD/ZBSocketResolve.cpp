@@ -3,6 +3,7 @@
 // which some resolvers refuse), gethostbyname, and getnameinfo.
 #include "ZBSocketAddress.h"
 
+#include "ZBErrorMapping.h"
 #include "ZBLog.h"
 #include "ZBSocket.h"
 #include "ZBSocketAddressPrivate.h"
@@ -44,11 +45,7 @@ constexpr int kHostBufferSize = 1025;
 constexpr int kServiceBufferSize = 32;
 
 // gethostbyname's failures; unlike getaddrinfo's on purpose.
-struct HostErrorRow {
-  int wsaError;
-  ZBError error;
-};
-constexpr HostErrorRow kHostByNameErrors[] = {
+constexpr zb::ErrorMapRow kHostByNameErrors[] = {
     {WSAHOST_NOT_FOUND, ZBErrorNotFound},
     {WSATRY_AGAIN, ZBErrorNetworkUnreachable},
     {WSANO_RECOVERY, ZBErrorGeneric},
@@ -114,10 +111,7 @@ extern "C" ZBError ZBSocketAddressGetHostByName(const char *host, hostent **outE
   if (*outEntry != nullptr)
     return ZBErrorNone;
   const int wsaError = WSAGetLastError();
-  for (const HostErrorRow &row : kHostByNameErrors)
-    if (row.wsaError == wsaError)
-      return row.error;
-  return ZBErrorGeneric;
+  return zb::lookupError(kHostByNameErrors, wsaError, ZBErrorGeneric);
 }
 
 extern "C" ZBError ZBSocketAddressReverseLookup(const sockaddr *address, uint32_t length,

@@ -9,18 +9,8 @@
 
 namespace {
 
-struct ErrorMapRow {
-  int32_t system;
-  ZBError result;
-};
-
-template <size_t N>
-constexpr ZBError lookup(const ErrorMapRow (&table)[N], int32_t value, ZBError fallback) {
-  for (const ErrorMapRow &row : table)
-    if (row.system == value)
-      return row.result;
-  return fallback;
-}
+using zb::ErrorMapRow;
+using zb::lookupError;
 
 // Windows system errors of file, descriptor and path calls. Unlisted errors
 // are ZBErrorIO (logged by the caller below).
@@ -170,7 +160,7 @@ constexpr int32_t kRuntimeErrnoLast = 994;
 
 extern "C" ZBError __ZBIOErrorFromWinError(uint32_t winError) noexcept {
   constexpr ZBError kUnmapped = 1; // not a result: marks "no row"
-  const ZBError mapped = lookup(kWinErrorTable, static_cast<int32_t>(winError), kUnmapped);
+  const ZBError mapped = lookupError(kWinErrorTable, static_cast<int32_t>(winError), kUnmapped);
   if (mapped != kUnmapped)
     return mapped;
   // Both lines share this function's one site so a rule naming
@@ -190,26 +180,26 @@ extern "C" ZBError __ZBIOErrorFromWinError(uint32_t winError) noexcept {
 
 extern "C" ZBError _ZBSocketErrorFromWSAError(int32_t value) noexcept {
   if (value >= kWinsockFirst && value <= kWinsockLast)
-    return lookup(kWSAErrorTable, value, ZBErrorGeneric);
+    return lookupError(kWSAErrorTable, value, ZBErrorGeneric);
   if (value > kRuntimeErrnoLast)
-    return lookup(kOverlappedErrorTable, value, ZBErrorGeneric);
-  return lookup(kRuntimeErrnoTable, value, ZBErrorGeneric);
+    return lookupError(kOverlappedErrorTable, value, ZBErrorGeneric);
+  return lookupError(kRuntimeErrnoTable, value, ZBErrorGeneric);
 }
 
 extern "C" ZBError _ZBSocketConnectErrorFromWSAError(int32_t value) noexcept {
   if (value >= kConnectFirst && value <= kWinsockLast)
-    return lookup(kConnectErrorTable, value, ZBErrorGeneric);
-  return lookup(kOverlappedErrorTable, value, ZBErrorGeneric);
+    return lookupError(kConnectErrorTable, value, ZBErrorGeneric);
+  return lookupError(kOverlappedErrorTable, value, ZBErrorGeneric);
 }
 
 extern "C" ZBError _ZBSocketDuplicateErrorFromWSAError(int32_t value) noexcept {
   if (value == 0)
     return ZBErrorNone;
-  return lookup(kDuplicateErrorTable, value, ZBErrorGeneric);
+  return lookupError(kDuplicateErrorTable, value, ZBErrorGeneric);
 }
 
 extern "C" ZBError _ZBSocketDuplicateCreateErrorFromWSAError(int32_t value) noexcept {
-  const ZBError extra = lookup(kDuplicateCreateExtraTable, value, ZBErrorNone);
+  const ZBError extra = lookupError(kDuplicateCreateExtraTable, value, ZBErrorNone);
   return extra != ZBErrorNone ? extra : _ZBSocketDuplicateErrorFromWSAError(value);
 }
 
@@ -217,5 +207,5 @@ extern "C" ZBError _ZBSocketAddressErrorFromAIError(int32_t result, const char *
                                                     bool numericHost) noexcept {
   if (!numericHost)
     ZB_LOG_WARNING("DNS error: %d %s", static_cast<int>(result), host ? host : "");
-  return lookup(kAddressInfoErrorTable, result, ZBErrorGeneric);
+  return lookupError(kAddressInfoErrorTable, result, ZBErrorGeneric);
 }

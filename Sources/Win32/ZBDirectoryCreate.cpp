@@ -1,10 +1,10 @@
 // Directory creation: one directory (with the walk up the path that tells a
 // missing parent from a file in the way), and a whole chain of them.
 #include "ZBFile.h"
-#include "ZBOwned.h"
 
 #include "ZBErrorMapping.h"
 #include "ZBFilePrivate.h"
+#include "ZBOwned.h"
 #include "ZBPath.h"
 #include "ZBSystemCalls.h"
 
@@ -15,7 +15,7 @@ using namespace zb::file;
 
 namespace {
 
-constexpr ErrorRow kCreateErrors[] = {
+constexpr ErrorMapRow kCreateErrors[] = {
     {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound}, {ERROR_ACCESS_DENIED, ZBErrorAccessDenied},
     {ERROR_NOT_ENOUGH_MEMORY, ZBErrorNoMemory},  {ERROR_OUTOFMEMORY, ZBErrorNoMemory},
     {ERROR_INVALID_DRIVE, ZBErrorFileNotFound},  {ERROR_WRITE_PROTECT, ZBErrorReadOnlyFileSystem},

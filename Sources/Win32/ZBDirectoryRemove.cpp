@@ -12,7 +12,7 @@ using namespace zb::file;
 
 namespace {
 
-constexpr ErrorRow kRemoveErrors[] = {
+constexpr ErrorMapRow kRemoveErrors[] = {
     {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound},
     {ERROR_PATH_NOT_FOUND, ZBErrorFileNotFound},
     {ERROR_ACCESS_DENIED, ZBErrorAccessDenied},

@@ -5,6 +5,7 @@
 
 #include "ZBFilePrivate.h"
 #include "ZBSystemCalls.h"
+#include "ZBScopedHandle.h"
 
 #include <cstring>
 #include <cwchar>
@@ -25,11 +26,6 @@ bool isDotOrDotDot(const wchar_t *name) {
   return name[0] == L'.' && (name[1] == 0 || (name[1] == L'.' && name[2] == 0));
 }
 
-struct FindCloser {
-  HANDLE handle;
-  ~FindCloser() { FindClose(handle); }
-};
-
 bool scanDirectory(const char *path, int32_t depth, const ScanRequest &request) {
   std::wstring pattern;
   {
@@ -42,12 +38,11 @@ bool scanDirectory(const char *path, int32_t depth, const ScanRequest &request) 
     pattern.pop_back();
   pattern += L"\\*";
   WIN32_FIND_DATAW entry;
-  HANDLE find =
+  const zb::ScopedFindHandle find(
       zb::gSystemCalls.FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &entry,
-                                        FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
-  if (find == INVALID_HANDLE_VALUE)
+                                        FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH));
+  if (!find.isValid())
     return false;
-  FindCloser closer{find};
 
   const bool descends = request.maximumDepth < 0 || depth + 1 < request.maximumDepth;
   std::string inner;
@@ -80,7 +75,7 @@ bool scanDirectory(const char *path, int32_t depth, const ScanRequest &request) 
     _ZBFree(name);
     if (!goOn)
       return true;
-  } while (FindNextFileW(find, &entry));
+  } while (FindNextFileW(find.get(), &entry));
   return true;
 }
 

@@ -7,13 +7,13 @@
 // value is only ever a finished one: a failure leaves the cache empty so
 // the next call tries again.
 #include "ZBEnvironment.h"
-#include "ZBOwned.h"
 
 #include "ZBAlloc.h"
 #include "ZBEnvironmentPrivate.h"
 #include "ZBFile.h"
 #include "ZBLog.h"
 #include "ZBOption.h"
+#include "ZBOwned.h"
 #include "ZBPath.h"
 #include "ZBProcess.h"
 #include "ZBScopedLock.h"

@@ -1,10 +1,10 @@
 // Whole-file writing and copying through descriptors, and the same-file
 // test that keeps a copy from truncating its own source.
 #include "ZBFile.h"
-#include "ZBOwned.h"
 
 #include "ZBAlloc.h"
 #include "ZBFilePrivate.h"
+#include "ZBOwned.h"
 
 #include <string.h>
 

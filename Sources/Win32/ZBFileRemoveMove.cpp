@@ -9,13 +9,13 @@ using namespace zb::file;
 
 namespace {
 
-constexpr ErrorRow kRemoveErrors[] = {
+constexpr ErrorMapRow kRemoveErrors[] = {
     {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound},      {ERROR_PATH_NOT_FOUND, ZBErrorFileNotFound},
     {ERROR_WRITE_PROTECT, ZBErrorReadOnlyFileSystem}, {ERROR_SHARING_VIOLATION, ZBErrorFileBusy},
     {ERROR_INVALID_NAME, ZBErrorNotLocked}, // the code callers have always seen
 };
 
-constexpr ErrorRow kMoveErrors[] = {
+constexpr ErrorMapRow kMoveErrors[] = {
     {ERROR_FILE_NOT_FOUND, ZBErrorFileNotFound},
     {ERROR_PATH_NOT_FOUND, ZBErrorFileNotFound},
     {ERROR_ACCESS_DENIED, ZBErrorAccessDenied},

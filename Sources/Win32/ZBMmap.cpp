@@ -66,7 +66,7 @@ DWORD pageProtection(uint32_t protection, bool shared) {
 }
 
 // The codes of a failed mapping; other errors are generic.
-constexpr ErrorRow kMapErrors[] = {
+constexpr ErrorMapRow kMapErrors[] = {
     {0, ZBErrorInvalidArgument},
     {ERROR_PATH_NOT_FOUND, ZBErrorFileNotFound},
     {ERROR_INVALID_DRIVE, ZBErrorFileNotFound},

@@ -4,12 +4,13 @@
 // long-path form (ZBPathNT.h); the calls that can fail go through the
 // system-call table so tests can walk each error table.
 #include "ZBPathNT.h"
-#include "ZBOwned.h"
 
 #include "ZBErrorMapping.h"
 #include "ZBLog.h"
 #include "ZBString.h"
 #include "ZBSystemCalls.h"
+#include "ZBOwned.h"
+#include "ZBScopedHandle.h"
 
 #include <memory>
 
@@ -98,22 +99,6 @@ char *copyFromSystemText(const wchar_t *text) {
     return nullptr;
   return ZBPathCopyConvertingWithStyle(ZBPathStyleDOS, utf8.get(), ZBPathStylePOSIX, 0, false);
 }
-
-class FileHandle {
-public:
-  explicit FileHandle(HANDLE handle) : handle_(handle) {}
-  ~FileHandle() {
-    if (isOpen())
-      CloseHandle(handle_);
-  }
-  FileHandle(const FileHandle &) = delete;
-  FileHandle &operator=(const FileHandle &) = delete;
-  bool isOpen() const { return handle_ != INVALID_HANDLE_VALUE; }
-  HANDLE get() const { return handle_; }
-
-private:
-  HANDLE handle_;
-};
 
 } // namespace
 
@@ -254,10 +239,10 @@ extern "C" char *ZBPathCopyResolvedSymbolicLink(const char *path) noexcept {
     return nullptr;
   // Backup semantics let directories open; reading attributes needs no
   // more access than a directory listing.
-  FileHandle file(CreateFileW(nt.get(), FILE_READ_ATTRIBUTES,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                              OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  if (!file.isOpen())
+  const zb::ScopedFileHandle file(CreateFileW(
+      nt.get(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  if (!file.isValid())
     return nullptr;
   const DWORD flags = FILE_NAME_NORMALIZED | VOLUME_NAME_DOS;
   const DWORD needed = GetFinalPathNameByHandleW(file.get(), nullptr, 0, flags);

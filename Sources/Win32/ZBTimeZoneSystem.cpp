@@ -10,6 +10,7 @@
 #include "ZBScopedLock.h"
 #include "ZBString.h"
 #include "ZBSystemCalls.h"
+#include "ZBTimePrivate.h"
 #include "qprintf.h"
 
 #include <algorithm>
@@ -48,7 +49,9 @@ int64_t localSeconds(const SYSTEMTIME &local) {
   if (!SystemTimeToFileTime(&local, &file))
     return 0;
   const uint64_t ticks = uint64_t{file.dwHighDateTime} << 32 | file.dwLowDateTime;
-  return (static_cast<int64_t>(ticks) - 116444736000000000LL) / 10000000;
+  // Rule dates are whole seconds, so the floored conversion is exact.
+  return zb::time::unixNanosecondsFromFileTime(static_cast<int64_t>(ticks)) /
+         zb::time::kNanosecondsPerSecond;
 }
 
 bool isLeap(int32_t year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
