@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
 
 namespace zb::platform {
@@ -27,6 +28,12 @@ void debugOutput(const char *line) noexcept;
 void *openLogFile(const char *path) noexcept;
 // Writes the bytes and flushes them to the file.
 void writeLogFile(void *file, const char *bytes, size_t length) noexcept;
+
+// A C stream over the file at a UTF-8 path ("/C:/x" taken as "C:/x"), opened
+// with `mode` as fopen takes it; on Windows through the wide open, so names
+// outside the ANSI code page open too. Null when it cannot be opened. Logs
+// nothing: the log opens its configuration file here while it holds its lock.
+std::FILE *openStream(const char *path, const char *mode) noexcept;
 
 // Prints the calling thread's stack to standard error.
 void printBacktrace() noexcept;

@@ -18,14 +18,36 @@
 #include <string>
 #include <thread>
 
+#ifdef _WIN32
+#  include <windows.h>
+#endif
+
 namespace {
 
 const char *const kLogVariables[] = {"ZBLOG_LEVEL", "ZBLOG_CONFIG", "ZBLOG_CONFIG_FILE"};
 
 bool ringHas(const std::string &needle) { return zbtest::logRing().find(needle) != std::string::npos; }
 
+// Configuration files are made and removed by their UTF-16 names on Windows,
+// without the library, so that a file the log opened through the ANSI code
+// page would not be found.
+#ifdef _WIN32
+std::wstring systemName(const std::string &path) {
+  std::wstring wide(path.size() + 1, L'\0');
+  const int units = MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, wide.data(),
+                                        static_cast<int>(wide.size()));
+  wide.resize(units > 0 ? static_cast<size_t>(units - 1) : 0);
+  return wide;
+}
+FILE *createFile(const std::string &path) { return _wfopen(systemName(path).c_str(), L"wb"); }
+void removeFile(const std::string &path) { _wremove(systemName(path).c_str()); }
+#else
+FILE *createFile(const std::string &path) { return std::fopen(path.c_str(), "wb"); }
+void removeFile(const std::string &path) { std::remove(path.c_str()); }
+#endif
+
 void writeFile(const std::string &path, const std::string &contents) {
-  FILE *file = std::fopen(path.c_str(), "wb");
+  FILE *file = createFile(path);
   ASSERT_NE(nullptr, file);
   std::fwrite(contents.data(), 1, contents.size(), file);
   std::fclose(file);
@@ -148,7 +170,9 @@ TEST_F(ZBLogTest, LocationComponentsAreSkippedAndComponentsMustMatchWhole) {
 }
 
 TEST_F(ZBLogTest, ConfigFileRulesAndItsInvalidLines) {
-  const std::string path = zbtest::temporaryPath("log-rules.txt");
+  // "log-κανόνες.txt": a name outside the ANSI code page.
+  const std::string path =
+      zbtest::temporaryPath("log-\xCE\xBA\xCE\xB1\xCE\xBD\xCF\x8C\xCE\xBD\xCE\xB5\xCF\x82.txt");
   writeFile(path, "Common=Error\nnot a rule\n*=Debug\n");
   ZBEnvironmentSetEnv("ZBLOG_CONFIG", "*=Fatal", 1); // the file wins
   ZBEnvironmentSetEnv("ZBLOG_CONFIG_FILE", path.c_str(), 1);
@@ -160,7 +184,7 @@ TEST_F(ZBLogTest, ConfigFileRulesAndItsInvalidLines) {
     EXPECT_EQ(6, loaded.level("Sources/Win32/x.cpp", "f", 1));
   }
   EXPECT_EQ("Invalid pattern line: not a rule\n", testing::internal::GetCapturedStderr());
-  std::remove(path.c_str());
+  removeFile(path);
 
   // A file that cannot be opened falls back to ZBLOG_CONFIG.
   ZBEnvironmentSetEnv("ZBLOG_CONFIG_FILE", path.c_str(), 1);

@@ -2,11 +2,13 @@
 // names: transitions computed from the yearly rules, the current zone's name
 // (with the built offset name and its rate-limited warning for a zone the
 // table does not know), the index cache file's refusals and rewrites, stale
-// indexes, and zones missing from the system. Failures Wine cannot produce
+// indexes, zones missing from the system, and zone files at paths outside
+// ASCII. Failures Wine cannot produce
 // are injected through the system-call table.
 #include "ZBTestSupport.h"
 
 #include "ZBSystemCallInjection.h"
+#include "ZBTZFile.h"
 #include "ZBTimeZoneSystem.h"
 #include "Zenbor.h"
 
@@ -288,6 +290,27 @@ TEST(ZBTimeZoneSystem, ZonesMissingFromTheSystem) {
   ZBCRSetTriggerBugReportCallback(nullptr);
   _tz_win32_fill_tzindexes(true);
   EXPECT_GE(_tz_win32_system_index(0).index, 0);
+}
+
+TEST(ZBTimeZoneSystem, ZoneFilesAtNonASCIIPathsOpenAndAreWritten) {
+  // The files are made and removed through the file functions, which take
+  // UTF-8 names to the system as UTF-16, so a zone function that went
+  // through the ANSI code page would miss them.
+  const std::string paris = zbtest::readFile("Z:/usr/share/zoneinfo/Europe/Paris");
+  ASSERT_GT(paris.size(), 44u);
+  const std::string greek = zbtest::temporaryPath("\xCE\x96\xCF\x8E\xCE\xBD\xCE\xB7");
+  ASSERT_EQ(ZBFileCreateFromBytes(paris.data(), paris.size(), greek.c_str(), 0644), 0);
+  for (const std::string &path : {greek, "/" + greek}) { // "/C:/..." as a URL gives it
+    Zone zone(ZBTimeZoneCreateFromFile(path.c_str()));
+    ASSERT_NE(zone, nullptr) << path;
+    ASSERT_EQ(ZBTimeZoneGetDataLength(zone.get()), paris.size());
+    EXPECT_EQ(std::memcmp(ZBTimeZoneGetData(zone.get()), paris.data(), paris.size()), 0);
+  }
+  Zone zone(ZBTimeZoneCreateFromFile(greek.c_str()));
+  const std::string chinese = zbtest::temporaryPath("\xE6\x97\xB6\xE5\x8C\xBA");
+  ASSERT_TRUE(tz_file_write_path(zone.get(), chinese.c_str()));
+  EXPECT_EQ(ZBFileRemove(chinese.c_str()), 0);
+  EXPECT_EQ(ZBFileRemove(greek.c_str()), 0);
 }
 
 TEST(ZBTimeZoneSystem, EnumerationStopsAtTwoHundredZones) {

@@ -205,14 +205,39 @@ TEST(ZBTimeZone, MalformedImagesAnswerOnlyFromInsideTheirData) {
   leaps.counts[2] = 0x20000000;
   check(leaps.bytes(), true, "leap count past the end");
 
-  // An abbreviation index past the characters gives an empty abbreviation.
-  Image abbreviation = twoTransitions();
-  abbreviation.body[10 + 5] = 9;
-  const std::vector<uint8_t> bytes = abbreviation.bytes();
-  Zone zone(tz_file_open_memory(nullptr, bytes.data(), bytes.size()));
+  // An abbreviation ends at its NUL, at the end of the characters or of the
+  // data, whichever comes first; an index past the characters gives an empty
+  // one. The instant 1500 is under the type whose abbreviation is "BBB",
+  // which starts at body byte 26 and is followed by its NUL at 29.
+  struct AbbreviationCase {
+    const char *what;
+    uint32_t characterCount;
+    size_t bodySize;
+    uint8_t index;
+    const char *expected;
+  };
+  const AbbreviationCase abbreviationCases[] = {
+      {"whole", 8, 34, 4, "BBB"},
+      {"characters end inside it", 6, 34, 4, "BB"},
+      {"data ends after it, no NUL", 8, 29, 4, "BBB"},
+      {"data ends inside it", 8, 28, 4, "BB"},
+      {"index at the characters' end", 8, 34, 8, ""},
+      {"index past the data", 8, 34, 200, ""},
+  };
   ZBTZTransitionInfo info;
-  ASSERT_TRUE(ZBTimeZoneFindTransitionTime(zone.get(), 3000, &info));
-  EXPECT_STREQ(info.abbreviation, "");
+  for (const AbbreviationCase &c : abbreviationCases) {
+    Image image = twoTransitions();
+    image.counts[5] = c.characterCount;
+    image.body[16 + 5] = c.index;
+    image.body.resize(c.bodySize);
+    const std::vector<uint8_t> bytes = image.bytes();
+    std::unique_ptr<uint8_t[]> exact(new uint8_t[bytes.size()]);
+    std::memcpy(exact.get(), bytes.data(), bytes.size());
+    Zone zone(tz_file_open_memory(nullptr, exact.get(), bytes.size()));
+    ASSERT_TRUE(ZBTimeZoneFindTransitionTime(zone.get(), 1500, &info)) << c.what;
+    EXPECT_EQ(info.offset, 7200) << c.what;
+    EXPECT_STREQ(info.abbreviation, c.expected) << c.what;
+  }
   // No transitions and one type: that type for all time.
   Image single;
   const uint32_t counts[6] = {0, 0, 0, 0, 1, 4};

@@ -8,6 +8,7 @@
 #include "ZBAlloc.h"
 #include "ZBEnvironment.h"
 #include "ZBLog.h"
+#include "ZBPlatform.h"
 
 #include <cctype>
 #include <cstdio>
@@ -76,7 +77,7 @@ void addRule(ZBLogConfiguration &configuration, const char *text) {
 }
 
 bool loadFromFile(ZBLogConfiguration &configuration, const char *path) {
-  std::FILE *file = std::fopen(path, "r");
+  std::FILE *file = zb::platform::openStream(path, "r");
   if (file == nullptr) {
     std::fprintf(stderr, "Couldn't open %s\n", path);
     return false;

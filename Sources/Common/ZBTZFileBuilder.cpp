@@ -4,6 +4,7 @@
 #include "ZBTZFile.h"
 
 #include "ZBAlloc.h"
+#include "ZBPlatform.h"
 
 #include <cstdio>
 #include <cstring>
@@ -151,7 +152,7 @@ ZBTZFile *tz_file_create_memory(const ZBTZTransition *transitions, uint32_t tran
 bool tz_file_write_path(const ZBTZFile *file, const char *path) noexcept {
   if (file == nullptr || path == nullptr)
     return false;
-  FILE *stream = std::fopen(path, "wb");
+  FILE *stream = zb::platform::openStream(path, "wb");
   if (stream == nullptr)
     return false;
   const bool written = std::fwrite(file->data, 1, file->size, stream) == file->size;

@@ -3,6 +3,7 @@
 // the data shortens what can be found, it never widens what is read.
 #include "ZBTZFile.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -38,19 +39,52 @@ int32_t transitionTime(const ZBTZFile *file, uint32_t index) {
 // transition's type for earlier instants, not a pre-transition type).
 // Answers -1 when there are no transitions. Transitions are sorted in any
 // zone file, so a binary search finds what a walk from the first would.
+// Each step picks its half with a conditional move rather than a branch:
+// instants looked up across a zone's range take no predictable path, and a
+// mispredicted branch at every step costs more than the step itself.
 int64_t transitionInForce(const ZBTZFile *file, uint32_t count, int64_t time) {
   if (count == 0)
     return -1;
   const uint8_t *times = file->data + kTZHeaderSize;
-  uint32_t low = 0, high = count; // the first transition after `time` is in [low, high]
-  while (low < high) {
-    const uint32_t middle = low + (high - low) / 2;
-    if (static_cast<int32_t>(load32(times + 4 * size_t{middle})) > time)
-      high = middle;
-    else
-      low = middle + 1;
+  uint32_t base = 0, length = count;
+  while (length > 1) {
+    const uint32_t half = length / 2;
+    const bool atOrBefore = static_cast<int32_t>(load32(times + 4 * size_t{base + half})) <= time;
+    base = atOrBefore ? base + half : base;
+    length -= half;
   }
-  return low == 0 ? 0 : low - 1;
+  return base;
+}
+
+// Copies the abbreviation that starts at `first` and may run to `end` into
+// `out`, cut after 31 characters and always terminated.
+void copyAbbreviation(const ZBTZFile *file, uint64_t first, uint64_t end,
+                      char (&out)[sizeof ZBTZTransitionInfo::abbreviation]) {
+  const uint64_t length = first < end ? std::min<uint64_t>(end - first, sizeof out - 1) : 0;
+  if (length == 0) {
+    out[0] = '\0';
+    return;
+  }
+  // Abbreviations are a few characters long, so their first eight bytes are
+  // read as one word and the NUL found by arithmetic: a byte loop's exit
+  // branch is mispredicted whenever neighbouring lookups meet abbreviations
+  // of different lengths, "CET" and "CEST", and that costs as much as the
+  // whole search. When fewer than eight bytes follow `first`, the word is
+  // the data's last eight (the data is never shorter than the header),
+  // shifted so that the missing bytes read as NULs.
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the word's first byte is its lowest");
+  const uint64_t window = std::min<uint64_t>(first, file->size - 8);
+  uint64_t word;
+  std::memcpy(&word, file->data + window, 8);
+  word >>= 8 * (first - window);
+  std::memcpy(out, &word, 8);
+  const uint64_t zeroBytes = (word - 0x0101010101010101ULL) & ~word & 0x8080808080808080ULL;
+  const uint64_t nul = zeroBytes != 0 ? __builtin_ctzll(zeroBytes) / 8 : 8;
+  uint64_t copied = std::min(nul, length);
+  if (copied == 8) // no NUL among the first eight: the rest byte by byte
+    for (; copied < length && file->data[first + copied] != 0; ++copied)
+      out[copied] = static_cast<char>(file->data[first + copied]);
+  out[copied] = '\0';
 }
 
 // Fills `info` for a transition instant and a type; false when the type lies
@@ -77,19 +111,8 @@ bool fillFromType(const ZBTZFile *file, const Counts &counts, int64_t time, uint
   info->flags = flags;
   // The abbreviation ends at its NUL, at the end of the characters or of the
   // data, or after 31 characters, whichever comes first.
-  uint64_t end = characters + counts.characters;
-  if (end > file->size)
-    end = file->size;
-  const uint64_t first = characters + entry[5];
-  // A byte loop: abbreviations are a few characters, shorter than a call to
-  // the C library's search and copy costs.
-  size_t length = 0;
-  for (uint64_t at = first; at < end && length < sizeof info->abbreviation - 1; ++at, ++length) {
-    if (file->data[at] == 0)
-      break;
-    info->abbreviation[length] = static_cast<char>(file->data[at]);
-  }
-  info->abbreviation[length] = '\0';
+  const uint64_t end = std::min<uint64_t>(characters + counts.characters, file->size);
+  copyAbbreviation(file, characters + entry[5], end, info->abbreviation);
   return true;
 }
 

@@ -6,6 +6,7 @@
 
 #include "ZBAlloc.h"
 #include "ZBLog.h"
+#include "ZBPlatform.h"
 #include "ZBString.h"
 
 #include <cstdio>
@@ -70,7 +71,7 @@ ZBTZFile *tz_file_open_memory(const char *name, const void *data, size_t size) n
 ZBTZFile *tz_file_open_path(const char *path, const char *name) noexcept {
   if (path == nullptr)
     return nullptr;
-  FILE *stream = std::fopen(path, "rb");
+  FILE *stream = zb::platform::openStream(path, "rb");
   if (stream == nullptr)
     return nullptr;
   uint8_t *data = nullptr;

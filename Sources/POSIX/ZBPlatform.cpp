@@ -44,6 +44,10 @@ void *openLogFile(const char *path) noexcept {
   return fd < 0 ? nullptr : reinterpret_cast<void *>(static_cast<intptr_t>(fd) + 1);
 }
 
+std::FILE *openStream(const char *path, const char *mode) noexcept {
+  return path != nullptr ? std::fopen(path, mode) : nullptr;
+}
+
 void writeLogFile(void *file, const char *bytes, size_t length) noexcept {
   const int fd = static_cast<int>(reinterpret_cast<intptr_t>(file) - 1);
   while (length > 0) {

@@ -3,7 +3,9 @@
 // abnormal end of the process and the system environment.
 #include "ZBPlatform.h"
 
+#include "ZBOwned.h"
 #include "ZBPathNT.h"
+#include "ZBString.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
 
@@ -13,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <iterator>
 #include <memory>
 
 namespace zb::platform {
@@ -61,6 +64,19 @@ void writeLogFile(void *file, const char *bytes, size_t length) noexcept {
   DWORD written = 0;
   WriteFile(static_cast<HANDLE>(file), bytes, static_cast<DWORD>(length), &written, nullptr);
   FlushFileBuffers(static_cast<HANDLE>(file));
+}
+
+std::FILE *openStream(const char *path, const char *mode) noexcept {
+  if (path == nullptr)
+    return nullptr;
+  // A plain conversion rather than the long-path form, whose normalisation
+  // logs its failures.
+  const zb::Owned<ZBWChar> widePath(
+      ZBWCStringDuplicateCString(nullptr, zb::path::withoutSlashBeforeDrive(path)));
+  wchar_t wideMode[8] = {};
+  for (size_t index = 0; mode[index] != '\0' && index + 1 < std::size(wideMode); ++index)
+    wideMode[index] = static_cast<unsigned char>(mode[index]);
+  return widePath ? _wfopen(reinterpret_cast<const wchar_t *>(widePath.get()), wideMode) : nullptr;
 }
 
 void printBacktrace() noexcept {
