@@ -2,15 +2,19 @@
 // size, so the sanitizers catch any read outside it. Every query is asked at
 // instants around each transition and at the extremes; what a successful
 // query answers must be plausible (a terminated abbreviation of at most 31
-// characters), and the transitions read back must survive a rebuild.
+// characters), each transition's abbreviation must be what a plain byte walk
+// over the characters finds, and the transitions read back must survive a
+// rebuild.
 #include "ZBEnvironment.h"
 #include "ZBTZFile.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace {
@@ -23,6 +27,20 @@ void check(bool condition) {
 void checkInfo(const ZBTZTransitionInfo &info) {
   check(std::memchr(info.abbreviation, '\0', sizeof info.abbreviation) != nullptr);
   check((info.flags & ~7u) == 0);
+}
+
+// The abbreviation of the transition at `index`, read a byte at a time: from
+// its type's index into the characters up to a NUL, the end of the
+// characters or of the data, or 31 characters.
+std::string walkedAbbreviation(const ZBTZFile *file, uint32_t index) {
+  const TZLayout layout = tz_file_layout(file);
+  const uint8_t type = tz_file_read8(file, layout.typeIndexes + index);
+  uint64_t at = layout.characters + tz_file_read8(file, layout.types + 6 * uint64_t{type} + 5);
+  const uint64_t end = std::min<uint64_t>(layout.leaps, file->size);
+  std::string text;
+  for (; at < end && text.size() < 31 && file->data[at] != 0; ++at)
+    text += static_cast<char>(file->data[at]);
+  return text;
 }
 
 } // namespace
@@ -51,6 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::vector<ZBTZTransitionInfo> infos;
   for (uint32_t index = 0; index < 2000 && tz_file_transition_info(file, index, &info); ++index) {
     checkInfo(info);
+    check(walkedAbbreviation(file, index) == info.abbreviation);
     infos.push_back(info);
     ZBTZTransitionInfo around;
     if (tz_file_find_transition(file, info.time - 1, &around))

@@ -18,6 +18,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -160,7 +161,28 @@ TEST(ZBTimeZone, QueriesAtTheEdges) {
       EXPECT_EQ(next.time, c.nextAt) << c.time;
     }
   }
+  // Transitions at both ends of the 32-bit range, asked about instants on
+  // and beyond them: 64-bit instants must not wrap into the range.
+  const ZBTZTransition ends[] = {
+      {0, INT32_MIN, 0, "AAA"}, {0, 0, 3600, "BBB"}, {0, INT32_MAX, 7200, "CCC"}};
+  const ZBTZZoneDescription description{"Ends", 0, nullptr, 3, ends};
+  Zone endsZone(ZBTimeZoneCreateWithZone(&description));
+  const std::pair<int64_t, int64_t> inForce[] = {
+      {INT64_MIN, INT32_MIN},
+      {int64_t{INT32_MIN} - 1, INT32_MIN},
+      {INT32_MIN, INT32_MIN},
+      {-1, INT32_MIN},
+      {0, 0},
+      {INT32_MAX - 1, 0},
+      {INT32_MAX, INT32_MAX},
+      {int64_t{INT32_MAX} + 1, INT32_MAX},
+      {INT64_MAX, INT32_MAX},
+  };
   ZBTZTransitionInfo info;
+  for (const auto &[time, at] : inForce) {
+    ASSERT_TRUE(ZBTimeZoneFindTransitionTime(endsZone.get(), time, &info)) << time;
+    EXPECT_EQ(info.time, at) << time;
+  }
   EXPECT_FALSE(ZBTimeZoneFindTransitionTime(nullptr, 0, &info));
   EXPECT_FALSE(ZBTimeZoneFindTransitionTime(zone.get(), 0, nullptr));
   EXPECT_EQ(ZBTimeZoneDump(zone.get()), 2u);

@@ -45,15 +45,22 @@ int32_t transitionTime(const ZBTZFile *file, uint32_t index) {
 int64_t transitionInForce(const ZBTZFile *file, uint32_t count, int64_t time) {
   if (count == 0)
     return -1;
-  const uint8_t *times = file->data + kTZHeaderSize;
-  uint32_t base = 0, length = count;
+  // Every stored time is a 32-bit value, so each step compares 32-bit values:
+  // an instant before the range precedes every transition, and one after it
+  // follows them all, as the range's last second does.
+  if (time < INT32_MIN)
+    return 0;
+  const int32_t instant = static_cast<int32_t>(std::min<int64_t>(time, INT32_MAX));
+  const uint8_t *const times = file->data + kTZHeaderSize;
+  const uint8_t *base = times;
+  uint32_t length = count;
   while (length > 1) {
     const uint32_t half = length / 2;
-    const bool atOrBefore = static_cast<int32_t>(load32(times + 4 * size_t{base + half})) <= time;
-    base = atOrBefore ? base + half : base;
+    const uint8_t *probe = base + 4 * size_t{half};
+    base = static_cast<int32_t>(load32(probe)) <= instant ? probe : base;
     length -= half;
   }
-  return base;
+  return (base - times) / 4;
 }
 
 // Copies the abbreviation that starts at `first` and may run to `end` into
