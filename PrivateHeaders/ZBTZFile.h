@@ -124,10 +124,11 @@ bool tz_platform_row_present(int32_t row) noexcept;
 ZBTZFile *tz_platform_create_known_zone(int32_t row, int32_t nameIndex) noexcept;
 bool tz_get_current(char *buffer, size_t size) noexcept;
 
-// Where each part of a TZif image's 32-bit block begins, from its header
-// counts. Offsets are 64-bit so counts near 2^32 cannot wrap; any of them may
+// A TZif image's header counts and where each part of its 32-bit block
+// begins. Offsets are 64-bit so counts near 2^32 cannot wrap; any of them may
 // lie past the end of the data, which every read checks.
 struct TZLayout {
+  uint32_t universalCount, standardCount, leapCount, transitionCount, typeCount, characterCount;
   uint64_t times, typeIndexes, types, characters, leaps, standard, universal, end;
 };
 TZLayout tz_file_layout(const ZBTZFile *file) noexcept;

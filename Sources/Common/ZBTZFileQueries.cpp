@@ -15,20 +15,11 @@ uint32_t load32(const uint8_t *at) {
   return __builtin_bswap32(value);
 }
 
-// The header counts, read once per query: the header is inside every opened
-// image (opening refuses anything shorter).
-struct Counts {
-  uint32_t universal, standard, leaps, transitions, types, characters;
-  explicit Counts(const ZBTZFile *file)
-      : universal(load32(file->data + 20)), standard(load32(file->data + 24)),
-        leaps(load32(file->data + 28)), transitions(load32(file->data + 32)),
-        types(load32(file->data + 36)), characters(load32(file->data + 40)) {}
-  // How many transition times lie wholly inside `size` bytes.
-  uint32_t available(uint32_t size) const {
-    const uint32_t fitting = (size - kTZHeaderSize) / 4;
-    return transitions < fitting ? transitions : fitting;
-  }
-};
+// How many transition times lie wholly inside the data.
+uint32_t availableTransitions(const ZBTZFile *file, const TZLayout &layout) {
+  const uint32_t fitting = (file->size - kTZHeaderSize) / 4;
+  return layout.transitionCount < fitting ? layout.transitionCount : fitting;
+}
 
 int32_t transitionTime(const ZBTZFile *file, uint32_t index) {
   return static_cast<int32_t>(load32(file->data + kTZHeaderSize + 4 * size_t{index}));
@@ -97,39 +88,38 @@ void copyAbbreviation(const ZBTZFile *file, uint64_t first, uint64_t end,
 // Fills `info` for a transition instant and a type; false when the type lies
 // outside the data. An abbreviation index outside the abbreviation
 // characters gives an empty abbreviation.
-bool fillFromType(const ZBTZFile *file, const Counts &counts, int64_t time, uint32_t type,
+bool fillFromType(const ZBTZFile *file, const TZLayout &layout, int64_t time, uint32_t type,
                   ZBTZTransitionInfo *info) {
-  if (type >= counts.types)
+  if (type >= layout.typeCount)
     return false;
-  const uint64_t types = kTZHeaderSize + 5 * uint64_t{counts.transitions};
-  const uint64_t at = types + 6 * uint64_t{type};
+  const uint64_t at = layout.types + 6 * uint64_t{type};
   if (!tz_file_contains(file, at, 6))
     return false;
   const uint8_t *entry = file->data + at;
   info->time = time;
   info->offset = static_cast<int32_t>(load32(entry));
   uint8_t flags = entry[4] != 0 ? ZBTZFlagDaylight : 0;
-  const uint64_t characters = types + 6 * uint64_t{counts.types};
-  const uint64_t standard = characters + counts.characters + 8 * uint64_t{counts.leaps};
-  if (type < counts.standard && tz_file_read8(file, standard + type) != 0)
+  if (type < layout.standardCount && tz_file_read8(file, layout.standard + type) != 0)
     flags |= ZBTZFlagStandardTime;
-  if (type < counts.universal && tz_file_read8(file, standard + counts.standard + type) != 0)
+  if (type < layout.universalCount && tz_file_read8(file, layout.universal + type) != 0)
     flags |= ZBTZFlagUniversal;
   info->flags = flags;
-  // The abbreviation ends at its NUL, at the end of the characters or of the
-  // data, or after 31 characters, whichever comes first.
-  const uint64_t end = std::min<uint64_t>(characters + counts.characters, file->size);
-  copyAbbreviation(file, characters + entry[5], end, info->abbreviation);
+  // The abbreviation ends at its NUL, at the end of the characters (where
+  // the leap records begin) or of the data, or after 31 characters,
+  // whichever comes first.
+  const uint64_t end = std::min<uint64_t>(layout.leaps, file->size);
+  copyAbbreviation(file, layout.characters + entry[5], end, info->abbreviation);
   return true;
 }
 
-bool infoAt(const ZBTZFile *file, const Counts &counts, uint32_t index, ZBTZTransitionInfo *info) {
-  if (index >= counts.available(file->size))
+bool infoAt(const ZBTZFile *file, const TZLayout &layout, uint32_t index,
+            ZBTZTransitionInfo *info) {
+  if (index >= availableTransitions(file, layout))
     return false;
-  const uint64_t typeIndex = kTZHeaderSize + 4 * uint64_t{counts.transitions} + index;
+  const uint64_t typeIndex = layout.typeIndexes + index;
   if (!tz_file_contains(file, typeIndex, 1))
     return false;
-  return fillFromType(file, counts, transitionTime(file, index), file->data[typeIndex], info);
+  return fillFromType(file, layout, transitionTime(file, index), file->data[typeIndex], info);
 }
 
 } // namespace
@@ -138,14 +128,17 @@ bool tz_file_transition_info(const ZBTZFile *file, uint32_t index,
                              ZBTZTransitionInfo *info) noexcept {
   if (file == nullptr || info == nullptr)
     return false;
-  return infoAt(file, Counts(file), index, info);
+  return infoAt(file, tz_file_layout(file), index, info);
 }
 
 bool tz_file_leap_second(const ZBTZFile *file, uint32_t index, int64_t *time,
                          int32_t *correction) noexcept {
-  if (file == nullptr || index >= tz_file_leap_count(file))
+  if (file == nullptr)
     return false;
-  const uint64_t at = tz_file_layout(file).leaps + 8 * uint64_t{index};
+  const TZLayout layout = tz_file_layout(file);
+  if (index >= layout.leapCount)
+    return false;
+  const uint64_t at = layout.leaps + 8 * uint64_t{index};
   if (!tz_file_contains(file, at, 8))
     return false;
   if (time != nullptr)
@@ -159,24 +152,24 @@ bool tz_file_find_transition(const ZBTZFile *file, int64_t time,
                              ZBTZTransitionInfo *info) noexcept {
   if (file == nullptr || info == nullptr)
     return false;
-  const Counts counts(file);
-  const int64_t index = transitionInForce(file, counts.available(file->size), time);
+  const TZLayout layout = tz_file_layout(file);
+  const int64_t index = transitionInForce(file, availableTransitions(file, layout), time);
   if (index >= 0)
-    return infoAt(file, counts, static_cast<uint32_t>(index), info);
+    return infoAt(file, layout, static_cast<uint32_t>(index), info);
   // No transitions: the zone's first type holds for all time, which
   // begins where 32-bit zone data begins.
-  return fillFromType(file, counts, INT32_MIN, 0, info);
+  return fillFromType(file, layout, INT32_MIN, 0, info);
 }
 
 bool tz_file_find_next_transition(const ZBTZFile *file, int64_t time,
                                   ZBTZTransitionInfo *info) noexcept {
   if (file == nullptr || info == nullptr)
     return false;
-  const Counts counts(file);
-  const int64_t index = transitionInForce(file, counts.available(file->size), time);
+  const TZLayout layout = tz_file_layout(file);
+  const int64_t index = transitionInForce(file, availableTransitions(file, layout), time);
   if (index < 0)
     return false;
-  return infoAt(file, counts, static_cast<uint32_t>(index + 1), info);
+  return infoAt(file, layout, static_cast<uint32_t>(index + 1), info);
 }
 
 uint32_t tz_file_abbreviation_count(const ZBTZFile *file) noexcept {
@@ -187,7 +180,7 @@ uint32_t tz_file_abbreviation_count(const ZBTZFile *file) noexcept {
   const TZLayout layout = tz_file_layout(file);
   bool used[256] = {};
   uint32_t count = 0;
-  for (uint32_t type = 0; type < tz_file_type_count(file); ++type) {
+  for (uint32_t type = 0; type < layout.typeCount; ++type) {
     const uint64_t at = layout.types + 6 * uint64_t{type} + 5;
     if (!tz_file_contains(file, at, 1))
       break;

@@ -128,8 +128,9 @@ ZBTZFile *tz_file_copy(const ZBTZFile *file, const char *name) noexcept {
 uint32_t tz_file_read32(const ZBTZFile *file, uint64_t offset) noexcept {
   if (!tz_file_contains(file, offset, 4))
     return 0;
-  const uint8_t *at = file->data + offset;
-  return uint32_t{at[0]} << 24 | uint32_t{at[1]} << 16 | uint32_t{at[2]} << 8 | at[3];
+  uint32_t value;
+  std::memcpy(&value, file->data + offset, 4);
+  return __builtin_bswap32(value);
 }
 
 uint32_t tz_file_universal_count(const ZBTZFile *file) noexcept { return tz_file_read32(file, 20); }
@@ -145,14 +146,19 @@ uint32_t tz_file_abbreviation_char_count(const ZBTZFile *file) noexcept {
 
 TZLayout tz_file_layout(const ZBTZFile *file) noexcept {
   TZLayout layout{};
-  const uint64_t transitions = tz_file_transition_count(file);
+  layout.universalCount = tz_file_universal_count(file);
+  layout.standardCount = tz_file_standard_count(file);
+  layout.leapCount = tz_file_leap_count(file);
+  layout.transitionCount = tz_file_transition_count(file);
+  layout.typeCount = tz_file_type_count(file);
+  layout.characterCount = tz_file_abbreviation_char_count(file);
   layout.times = kTZHeaderSize;
-  layout.typeIndexes = layout.times + 4 * transitions;
-  layout.types = layout.typeIndexes + transitions;
-  layout.characters = layout.types + 6 * uint64_t{tz_file_type_count(file)};
-  layout.leaps = layout.characters + tz_file_abbreviation_char_count(file);
-  layout.standard = layout.leaps + 8 * uint64_t{tz_file_leap_count(file)};
-  layout.universal = layout.standard + tz_file_standard_count(file);
-  layout.end = layout.universal + tz_file_universal_count(file);
+  layout.typeIndexes = layout.times + 4 * uint64_t{layout.transitionCount};
+  layout.types = layout.typeIndexes + layout.transitionCount;
+  layout.characters = layout.types + 6 * uint64_t{layout.typeCount};
+  layout.leaps = layout.characters + layout.characterCount;
+  layout.standard = layout.leaps + 8 * uint64_t{layout.leapCount};
+  layout.universal = layout.standard + layout.standardCount;
+  layout.end = layout.universal + layout.universalCount;
   return layout;
 }
