@@ -17,6 +17,7 @@
 #define ZENBOR_ZBTIME_H
 
 #include "ZBBase.h"
+#include "ZBLock.h"
 
 ZB_EXTERN_C_BEGIN
 
@@ -100,9 +101,19 @@ typedef struct _ZBUnbiasedInterruptTimeReader {
 /* A strictly increasing clock's shared state: the last value handed out,
    under a spin lock (0 free, 1 held) held for the compare-and-store only. */
 typedef struct _ZBStrictClock {
-  int32_t lock;
+  ZBSpinLock lock;
   int64_t last;
 } _ZBStrictClock;
+
+/* `now` if it is later than every value the clock handed out before, else
+   the last one + 1; the library's clocks and the inline form below share it. */
+static inline int64_t _ZBStrictClockNext(_ZBStrictClock *clock, int64_t now) {
+  ZBSpinLockAcquire(&clock->lock);
+  const int64_t result = clock->last < now ? now : clock->last + 1;
+  clock->last = result;
+  ZBSpinLockRelease(&clock->lock);
+  return result;
+}
 
 /** The boot clocks' reader, called by the inline forms below. */
 ZB_EXPORT extern _ZBUnbiasedInterruptTimeReader _gZBUnbiasedInterruptTime;
@@ -117,9 +128,6 @@ ZB_EXPORT extern _ZBStrictClock _gZBMonotonicClock;
    costs the system read (and the one atomic exchange that a clock shared by
    all threads needs) with no call into the library. */
 #if defined(ZB_INLINE_FAST_PATHS) && (defined(__GNUC__) || defined(__clang__))
-ZB_EXTERN_C_END
-#  include "ZBLock.h"
-ZB_EXTERN_C_BEGIN
 
 static inline int64_t _ZBHRTimeBootNanoseconds(void) {
   uint64_t ticks; /* the reader cannot fail */
@@ -128,13 +136,7 @@ static inline int64_t _ZBHRTimeBootNanoseconds(void) {
 }
 
 static inline int64_t _ZBHRTimeMonotonicInline(void) {
-  const int64_t now = _ZBHRTimeBootNanoseconds();
-  _ZBStrictClock *clock = &_gZBMonotonicClock;
-  ZBSpinLockAcquire(&clock->lock);
-  const int64_t result = clock->last < now ? now : clock->last + 1;
-  clock->last = result;
-  ZBSpinLockRelease(&clock->lock);
-  return result;
+  return _ZBStrictClockNext(&_gZBMonotonicClock, _ZBHRTimeBootNanoseconds());
 }
 
 #  define ZBHRTimeNonDecreasing() _ZBHRTimeBootNanoseconds()

@@ -164,6 +164,23 @@ void determineSite(ZBLogSite *site) {
   __atomic_store_n(&site->level, level, __ATOMIC_RELEASE);
 }
 
+// Loads the configuration when none is loaded. The environment is read
+// with the log lock released (see readConfigurationSources), and only then:
+// once a configuration is loaded, a site's first determination needs only
+// the lock. A configuration that comes out empty stays unloaded, and sites
+// then take the default level, as they would from it.
+void ensureConfigurationLoaded() {
+  {
+    zb::ScopedLock lock(&sLogLock);
+    if (zb::log::isLoaded(sConfiguration))
+      return;
+  }
+  const zb::log::ZBLogConfigurationSources sources = zb::log::readConfigurationSources(sConfiguration);
+  zb::ScopedLock lock(&sLogLock);
+  if (!zb::log::isLoaded(sConfiguration))
+    zb::log::loadConfiguration(sConfiguration, sources);
+}
+
 } // namespace
 
 void _ZBLogStartup() noexcept {
@@ -184,16 +201,12 @@ extern "C" bool ZBLogDetermineLogLevel(int32_t level, ZBLogSite *site, const cha
     site->level = ZBLogLevelWarning;
     return ZBLogLevelWarning >= level;
   }
-  // The environment is read before the log lock is taken (see
-  // readConfigurationSources); only a site's first determination pays for it.
-  const zb::log::ZBLogConfigurationSources sources = zb::log::readConfigurationSources(sConfiguration);
+  ensureConfigurationLoaded();
   zb::ScopedLock lock(&sLogLock);
   if (site->level == 0) {
     site->file = file;
     site->function = function;
     site->lineWord = (site->lineWord & kSiteFlagsMask) | (line & ZBLogSiteLineMask);
-    if (!zb::log::isLoaded(sConfiguration))
-      zb::log::loadConfiguration(sConfiguration, sources);
     determineSite(site);
     site->next = sDeterminedSites;
     sDeterminedSites = site;

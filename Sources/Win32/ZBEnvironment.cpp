@@ -257,11 +257,6 @@ const char *privateTemporaryLocked() {
   return sDirectories.privateTemporary;
 }
 
-// A copy of a computed directory for the caller; null stays null.
-char *copyOf(const char *directory) {
-  return directory != nullptr ? _ZBCStringDuplicate(directory) : nullptr;
-}
-
 // A caller's directory as the cache keeps it: with a "/" at its end. An
 // empty path names no directory and clears the cache like null.
 char *storedForm(const char *path) {
@@ -279,29 +274,30 @@ void _ZBEnvironmentSetAppTemporaryDirectory(const char *path) noexcept {
 
 extern "C" char *ZBEnvironmentCopyBundleID(void) noexcept {
   DirectoriesLock lock;
-  return copyOf(sDirectories.bundleID);
+  return _ZBCStringDuplicate(sDirectories.bundleID);
 }
 
 extern "C" void ZBEnvironmentSetBundleID(const char *bundleID) noexcept {
   DirectoriesLock lock;
-  replace(&sDirectories.bundleID, bundleID ? _ZBCStringDuplicate(bundleID) : nullptr);
+  replace(&sDirectories.bundleID, _ZBCStringDuplicate(bundleID));
 }
 
 extern "C" char *ZBEnvironmentCopyHomeDirectory(void) noexcept {
   DirectoriesLock lock;
-  return copyOf(homeLocked());
+  return _ZBCStringDuplicate(homeLocked());
 }
 
 extern "C" char *ZBEnvironmentCopyHomeDirectoryIgnoringSandbox(void) noexcept {
   DirectoriesLock lock;
   const char *home = homeLocked();
-  return copyOf(sSandbox && sDirectories.unsandboxedHome ? sDirectories.unsandboxedHome : home);
+  return _ZBCStringDuplicate(sSandbox && sDirectories.unsandboxedHome ? sDirectories.unsandboxedHome
+                                                                      : home);
 }
 
 extern "C" void ZBEnvironmentSetHomeDirectory(const char *path) noexcept {
   DirectoriesLock lock;
   replace(&sDirectories.home, storedForm(path));
-  replace(&sDirectories.unsandboxedHome, copyOf(sDirectories.home));
+  replace(&sDirectories.unsandboxedHome, _ZBCStringDuplicate(sDirectories.home));
   // The directories inside the old home no longer apply.
   replace(&sDirectories.appCaches, nullptr);
   replace(&sDirectories.privateTemporary, nullptr);
@@ -309,7 +305,7 @@ extern "C" void ZBEnvironmentSetHomeDirectory(const char *path) noexcept {
 
 extern "C" char *ZBEnvironmentCopyAppCachesDirectory(void) noexcept {
   DirectoriesLock lock;
-  return copyOf(appCachesLocked());
+  return _ZBCStringDuplicate(appCachesLocked());
 }
 
 extern "C" void ZBEnvironmentSetAppCachesDirectory(const char *path) noexcept {
@@ -319,7 +315,7 @@ extern "C" void ZBEnvironmentSetAppCachesDirectory(const char *path) noexcept {
 
 extern "C" char *ZBEnvironmentCopyAppTemporaryDirectory(void) noexcept {
   DirectoriesLock lock;
-  return copyOf(appTemporaryLocked());
+  return _ZBCStringDuplicate(appTemporaryLocked());
 }
 
 extern "C" char *ZBEnvironmentCopyQuovexPrivateCachesDirectory(void) noexcept {
@@ -333,7 +329,7 @@ extern "C" char *ZBEnvironmentCopyQuovexPrivateCachesDirectory(void) noexcept {
 
 extern "C" char *ZBEnvironmentCopyQuovexPrivateTemporaryDirectory(void) noexcept {
   DirectoriesLock lock;
-  return copyOf(privateTemporaryLocked());
+  return _ZBCStringDuplicate(privateTemporaryLocked());
 }
 
 extern "C" ZBError ZBDirectoryCreateTemporaryInTempDir(const char *pattern,

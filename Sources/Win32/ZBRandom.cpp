@@ -37,9 +37,7 @@ void __ZBRandomInit() {
 }
 
 [[noreturn]] void failGenerating() {
-  ZB_LOG_AT(ZBLogLevelFatal, "ZBRandomGetBytes", __FILE__, __LINE__,
-            "Failed generated random buffer");
-  ZBAbortWithBacktrace();
+  ZB_LOG_FATAL_AT("ZBRandomGetBytes", __FILE__, __LINE__, "Failed generated random buffer");
 }
 
 void fillFromRuntime(uint8_t *bytes, uint32_t count) {
@@ -51,9 +49,7 @@ void fillFromRuntime(uint8_t *bytes, uint32_t count) {
   const HRESULT result = sStatics->CopyToByteArray(buffer.get(), &copied, &array);
   if (FAILED(result) || copied != count || array == nullptr) {
     zb::winrt::freeRuntimeArray(array);
-    ZB_LOG_AT(ZBLogLevelFatal, "ZBRandomGetBytes", __FILE__, __LINE__,
-              "Failed read data from random buffer");
-    ZBAbortWithBacktrace();
+    ZB_LOG_FATAL_AT("ZBRandomGetBytes", __FILE__, __LINE__, "Failed read data from random buffer");
   }
   std::memcpy(bytes, array, count);
   zb::winrt::freeRuntimeArray(array);
@@ -72,8 +68,7 @@ extern "C" void ZBRandomGetBytes(void *buffer, size_t count) noexcept {
   if (buffer == nullptr || count == 0)
     return;
   if (pthread_once(&sRandomOnce, __ZBRandomInit) != 0) {
-    ZB_LOG_AT(ZBLogLevelFatal, "ZBRandomGetBytes", __FILE__, __LINE__, "pthread_once failed.");
-    ZBAbortWithBacktrace();
+    ZB_LOG_FATAL_AT("ZBRandomGetBytes", __FILE__, __LINE__, "pthread_once failed.");
   }
   // Both sources take 32-bit counts: larger requests go in pieces.
   auto *bytes = static_cast<uint8_t *>(buffer);

@@ -47,15 +47,6 @@ int64_t bootNanoseconds() {
   return nanosecondsFromTicks(static_cast<int64_t>(zb::winapi::unbiasedInterruptTime()));
 }
 
-// `now` if it is later than every value handed out before, else last + 1.
-int64_t nextStrictlyIncreasing(ClockState &clock, int64_t now) {
-  ZBSpinLockAcquire(&clock.lock);
-  const int64_t result = clock.last < now ? now : clock.last + 1;
-  clock.last = result;
-  ZBSpinLockRelease(&clock.lock);
-  return result;
-}
-
 // `now`, or the latest value handed out if that is later.
 int64_t nextNonDecreasing(ClockState &clock, int64_t now) {
   ZBSpinLockAcquire(&clock.lock);
@@ -69,7 +60,7 @@ int64_t nextNonDecreasing(ClockState &clock, int64_t now) {
 int64_t nextUnixTime() {
   FILETIME now;
   GetSystemTimeAsFileTime(&now);
-  return nextStrictlyIncreasing(sUnixClock, unixNanosecondsFromFileTime(ticksFromFileTime(now)));
+  return _ZBStrictClockNext(&sUnixClock, unixNanosecondsFromFileTime(ticksFromFileTime(now)));
 }
 
 // The continuous clocks are a stub that still takes its lock, so that
@@ -107,7 +98,7 @@ extern "C" double ZBTimeUnix(void) noexcept {
 
 // The parentheses keep the header's inline forms from replacing the names.
 extern "C" int64_t(ZBHRTimeMonotonic)(void) noexcept {
-  return nextStrictlyIncreasing(sMonotonicClock, bootNanoseconds());
+  return _ZBStrictClockNext(&sMonotonicClock, bootNanoseconds());
 }
 
 extern "C" int64_t(ZBHRTimeNonDecreasing)(void) noexcept { return bootNanoseconds(); }
