@@ -4,6 +4,7 @@
 #pragma once
 
 #include "ZBPathInfoRecord.h"
+#include "ZBError.h"
 #include "ZBOwned.h"
 
 namespace zb::path {
@@ -15,6 +16,16 @@ inline NTPath fileSystemPath(const char *path) noexcept {
   if (path == nullptr || path[0] == '\0')
     return NTPath();
   return NTPath(ZBPathCopyNT(withoutSlashBeforeDrive(path)));
+}
+
+// The same for a file function's path argument, with the codes they all
+// give: ZBErrorInvalidArgument for a null or empty path, ZBErrorNoMemory
+// when it cannot be converted.
+inline ZBError fileSystemPath(const char *path, NTPath *out) noexcept {
+  if (path == nullptr || path[0] == '\0')
+    return ZBErrorInvalidArgument;
+  *out = fileSystemPath(path);
+  return *out ? ZBErrorNone : ZBErrorNoMemory;
 }
 
 } // namespace zb::path

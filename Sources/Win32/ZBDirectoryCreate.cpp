@@ -46,11 +46,9 @@ struct InfoDeleter {
 } // namespace
 
 extern "C" ZBError ZBDirectoryCreate(const char *path, uint16_t mode) noexcept {
-  if (path == nullptr || path[0] == '\0')
-    return ZBErrorInvalidArgument;
-  NTPath ntPath = fileSystemPath(path);
-  if (ntPath.get() == nullptr)
-    return ZBErrorNoMemory;
+  NTPath ntPath;
+  if (const ZBError error = fileSystemPath(path, &ntPath))
+    return error;
   if (!zb::gSystemCalls.CreateDirectoryW(ntPath.get(), nullptr)) {
     const DWORD error = GetLastError();
     if (error == ERROR_PATH_NOT_FOUND)

@@ -51,11 +51,9 @@ bool removeEntry(void *context, const char *directory, const char *name, int32_t
 } // namespace
 
 extern "C" ZBError ZBDirectoryRemove(const char *path) noexcept {
-  if (path == nullptr || path[0] == '\0')
-    return ZBErrorInvalidArgument;
-  NTPath ntPath = fileSystemPath(path);
-  if (ntPath.get() == nullptr)
-    return ZBErrorNoMemory;
+  NTPath ntPath;
+  if (const ZBError error = fileSystemPath(path, &ntPath))
+    return error;
   const Removal removal = removeClearingReadOnly(ntPath.get(), zb::gSystemCalls.RemoveDirectoryW);
   if (removal.firstError == 0)
     return ZBErrorNone;
@@ -68,12 +66,10 @@ extern "C" ZBError ZBDirectoryRemove(const char *path) noexcept {
 }
 
 extern "C" ZBError ZBDirectoryRemoveRecursive(const char *path) noexcept {
-  if (path == nullptr || path[0] == '\0')
-    return ZBErrorInvalidArgument;
   {
-    NTPath ntPath = fileSystemPath(path);
-    if (ntPath.get() == nullptr)
-      return ZBErrorNoMemory;
+    NTPath ntPath;
+    if (const ZBError error = fileSystemPath(path, &ntPath))
+      return error;
     if (zb::gSystemCalls.GetFileAttributesW(ntPath.get()) == INVALID_FILE_ATTRIBUTES) {
       const DWORD error = GetLastError();
       if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)

@@ -27,11 +27,9 @@ constexpr ErrorMapRow kMoveErrors[] = {
 } // namespace
 
 extern "C" ZBError ZBFileRemove(const char *path) noexcept {
-  if (path == nullptr || path[0] == '\0')
-    return ZBErrorInvalidArgument;
-  NTPath ntPath = fileSystemPath(path);
-  if (ntPath.get() == nullptr)
-    return ZBErrorNoMemory;
+  NTPath ntPath;
+  if (const ZBError error = fileSystemPath(path, &ntPath))
+    return error;
   const Removal removal = removeClearingReadOnly(ntPath.get(), zb::gSystemCalls.DeleteFileW);
   const DWORD error = removal.error;
   if (error == 0)

@@ -74,15 +74,9 @@ struct Attributes {
 
 Attributes readAttributes(const char *path) {
   Attributes result;
-  if (path == nullptr || path[0] == '\0') {
-    result.status = ZBErrorInvalidArgument;
+  result.status = fileSystemPath(path, &result.nt);
+  if (result.status != ZBErrorNone)
     return result;
-  }
-  result.nt = fileSystemPath(path);
-  if (!result.nt) {
-    result.status = ZBErrorNoMemory;
-    return result;
-  }
   result.value = gSystemCalls.GetFileAttributesW(result.nt.get());
   if (result.value == INVALID_FILE_ATTRIBUTES)
     result.error = GetLastError();

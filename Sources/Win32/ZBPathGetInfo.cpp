@@ -29,11 +29,11 @@ ZBError infoFromOpenedPath(const wchar_t *ntPath, ZBFileInfo *outInfo, uint32_t 
 } // namespace
 
 extern "C" ZBError ZBPathGetInfo(const char *path, ZBFileInfo *outInfo, uint32_t mask) noexcept {
-  if (path == nullptr || path[0] == '\0' || outInfo == nullptr)
+  if (outInfo == nullptr)
     return ZBErrorInvalidArgument;
-  NTPath ntPath = fileSystemPath(path);
-  if (ntPath.get() == nullptr)
-    return ZBErrorNoMemory;
+  NTPath ntPath;
+  if (const ZBError error = fileSystemPath(path, &ntPath))
+    return error;
   *outInfo = ZBFileInfo{};
   mask &= ~static_cast<uint32_t>(ZBFileInfoMaskNoFollow);
   if ((mask & ~kAttributeFields) != 0)
