@@ -1,9 +1,7 @@
 // Where a descriptor that is a socket leaves the descriptor family: each
-// route is one function that the socket layer answers. Until that layer is
-// built, Sources/Win32/ZBDescriptorSocketRoute.cpp answers with Winsock
-// directly, as the socket functions will; the socket layer then takes each
-// route over (its function calls the socket entry point) and the file
-// family does not change.
+// route is one function that the socket layer answers. Descriptors sit below
+// sockets, so they reach the socket entry points only through these routes
+// (Sources/Win32/ZBDescriptorSocketRoute.cpp).
 #pragma once
 
 #include "ZBError.h"

@@ -84,6 +84,8 @@ void setFlag(ZBSocket socket, uint32_t flag, bool value) {
     // The entry is 16 bytes on this 64-bit target (the next pointer's width).
     entry = static_cast<ZBSocketTableEntry *>(
         _ZBAllocWithZoneAndDesc(nullptr, sizeof(ZBSocketTableEntry), "_ZBSocketTableAddEntry"));
+    if (entry == nullptr)
+      return; // without memory the flag stays unrecorded
     *entry = {socket, 0, nullptr};
     gTable.push(entry);
   }
@@ -232,11 +234,8 @@ extern "C" ZBError ZBSocketCreatePair(int32_t domain, int32_t type, int32_t, uin
   if (domain != 1)
     return ZBErrorUnsupported;
   ZBSocket listener = UINT32_MAX;
-  if (const ZBError error = ZBSocketCreate(AF_INET, type, 0, flags, &listener)) {
-    if (isValid(listener))
-      closeSocket(listener);
-    return error;
-  }
+  if (const ZBError error = ZBSocketCreate(AF_INET, type, 0, flags, &listener))
+    return error; // no socket was made
   ZBSocket accepted = UINT32_MAX, connecting = UINT32_MAX;
   const ZBError error = connectPair(listener, type, flags, accepted, connecting);
   closeSocket(listener);

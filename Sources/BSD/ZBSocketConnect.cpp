@@ -45,6 +45,8 @@ void addPendingOp(ZBSocket socket, OVERLAPPED *overlapped, uint32_t expected) {
   zb::ScopedLock<ZBSpinLock> hold(gPending.lock());
   auto *record = static_cast<ZBSocketPendingOp *>(
       _ZBAllocWithZoneAndDesc(nullptr, sizeof(ZBSocketPendingOp), "ZBSocketAddPendingIOOps"));
+  if (record == nullptr)
+    return; // without memory the operation goes untracked
   *record = {socket, overlapped, kOperationConnect, expected, nullptr};
   gPending.push(record);
 }

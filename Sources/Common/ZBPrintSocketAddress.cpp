@@ -3,41 +3,31 @@
 // 0. Every other family, IPv6 (23) included, prints "unknown(?)", after
 // "family(<hex>/0x<hex>):" with "#".
 //
-// The address is read as bytes in the layout every platform shares: the
-// family in the first 16 bits, then for IPv4 the port and the address in
-// network order. No socket header is needed.
+// The address is read as bytes in the layout every platform shares (see
+// ZBSocketAddressText.h). No socket header is needed.
 #include "ZBPrintText.h"
+#include "ZBSocketAddressText.h"
 #include "qprintfConversions.h"
 #include "qprintfEngine.h"
 
 #include "ZBPrint.h"
 
-#include <cstring>
-
 namespace zb::print {
-namespace {
-
-constexpr uint16_t kFamilyIPv4 = 2;
-constexpr size_t kPortOffset = 2;
-constexpr size_t kIPv4AddressOffset = 4;
-
-} // namespace
 
 int renderSocketAddress(qprintf_info *info) noexcept {
   const auto *address = static_cast<const unsigned char *>(info->value.pointer);
   if (address == nullptr)
     return qprintf_print_from_formatter(info, ZBPrintGetNullString(), -1);
   const bool alternate = (info->flags & QPRINTF_FLAG_ALTERNATE) != 0;
-  uint16_t family;
-  std::memcpy(&family, address, sizeof family);
+  const uint16_t family = socketaddress::familyOf(address);
   char buffer[256];
   BoundedText text(buffer, sizeof buffer);
-  if (family == kFamilyIPv4) {
-    const unsigned char *ip = address + kIPv4AddressOffset;
+  if (family == socketaddress::kFamilyIPv4) {
+    const unsigned char *ip = address + socketaddress::kIPv4AddressOffset;
     if (alternate)
       text.append("inet:");
     text.appendFormat("%u.%u.%u.%u", ip[0], ip[1], ip[2], ip[3]);
-    const unsigned port = (unsigned(address[kPortOffset]) << 8) | address[kPortOffset + 1];
+    const unsigned port = socketaddress::portOf(address);
     if ((info->flags & QPRINTF_FLAG_PLUS) && port != 0)
       text.appendFormat(":%u", port);
   } else {

@@ -43,7 +43,7 @@ bool parseNumber(const char *&p, uint64_t maximum, uint64_t &value) {
   const char *start = p;
   for (;; ++p) {
     const int digit = hexValue(*p);
-    if (digit < 0 || (base == 10 && !isDigit(*p)) || (base == 8 && !isDigit(*p)))
+    if (digit < 0 || (base != 16 && !isDigit(*p)))
       break;
     if (digit >= static_cast<int>(base))
       return false; // an 8 or 9 in an octal number
