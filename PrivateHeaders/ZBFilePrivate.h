@@ -9,6 +9,7 @@
 #include "ZBErrorMapping.h"
 #include "ZBFileDescriptor.h"
 #include "ZBPathNT.h"
+#include "ZBScopedHandle.h"
 #include "ZBString.h"
 #include "ZBTimePrivate.h"
 
@@ -37,30 +38,31 @@ inline bool isValid(ZBFileDescriptor fd) { return fd != 0 && fd != ~ZBFileDescri
 using zb::path::fileSystemPath;
 using zb::path::NTPath;
 
-// A descriptor closed when the holder goes (unless released).
+// A descriptor that a ZBFileDescriptor... call opens through out(), closed
+// when the holder goes.
 class ScopedDescriptor {
 public:
   ScopedDescriptor() = default;
-  explicit ScopedDescriptor(ZBFileDescriptor fd) : fd_(fd) {}
-  ~ScopedDescriptor() { reset(); }
+  ~ScopedDescriptor() {
+    if (isValid(fd_))
+      CloseHandle(handleOf(fd_));
+  }
   ScopedDescriptor(const ScopedDescriptor &) = delete;
   ScopedDescriptor &operator=(const ScopedDescriptor &) = delete;
   ZBFileDescriptor get() const { return fd_; }
   ZBFileDescriptor *out() { return &fd_; }
-  ZBFileDescriptor release() {
-    const ZBFileDescriptor fd = fd_;
-    fd_ = 0;
-    return fd;
-  }
-  void reset() {
-    if (isValid(fd_))
-      CloseHandle(handleOf(fd_));
-    fd_ = 0;
-  }
 
 private:
   ZBFileDescriptor fd_ = 0;
 };
+
+// A file or directory opened only to read its attributes: backup semantics
+// let directories open, and no more access is asked than a listing needs.
+inline zb::ScopedFileHandle openForAttributes(const wchar_t *ntPath) {
+  return zb::ScopedFileHandle(zb::gSystemCalls.CreateFileW(
+      ntPath, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+}
 
 // A Windows error through one function's own table; unlisted errors give
 // `fallback`.

@@ -209,10 +209,13 @@ extern "C" ZBWChar *ZBPathCopyNT(const char *path) noexcept {
   if (!ZBPathIsAbsolute(path))
     return ZBWCStringDuplicateCString(nullptr, path);
 
+  // The normalised text is written after room for the long-path prefix, so
+  // the whole form converts in one step.
   const size_t length = std::strlen(path);
-  ScratchBuffer normalized(length + 1);
-  if (normalized.data() == nullptr ||
-      !ZBPathNormalizeWithStyle(ZBPathStyleDOS, path, normalized.data(), length + 1, 0)) {
+  ScratchBuffer buffer(kLongPathPrefixLength + length + 1);
+  char *normalized = buffer.data() != nullptr ? buffer.data() + kLongPathPrefixLength : nullptr;
+  if (normalized == nullptr ||
+      !ZBPathNormalizeWithStyle(ZBPathStyleDOS, path, normalized, length + 1, 0)) {
     ZB_LOG_AT(ZBLogLevelError, "ZBPathCopyNT", __FILE__, __LINE__, "Failed to normalize path %s",
               path);
     return nullptr;
@@ -220,24 +223,8 @@ extern "C" ZBWChar *ZBPathCopyNT(const char *path) noexcept {
   // The long-path form needs a drive: a path rooted without one ("/tmp/x",
   // "//server/share") goes as "\tmp\x" or "\\server\share", which the
   // system resolves against the current drive, within 260 characters.
-  const size_t prefixLength =
-      zb::path::startsWithDrive(normalized.data()) ? kLongPathPrefixLength : 0;
-  // UTF-8 never needs more UTF-16 units than it has bytes.
-  const size_t normalizedLength = std::strlen(normalized.data());
-  const size_t capacity = prefixLength + normalizedLength;
-  auto *wide = static_cast<ZBWChar *>(
-      _ZBAllocWithZoneAndDesc(nullptr, (capacity + 1) * sizeof(ZBWChar), "ZBPathCopyNT"));
-  if (wide == nullptr)
-    return nullptr;
-  for (size_t index = 0; index < prefixLength; ++index)
-    wide[index] = static_cast<ZBWChar>(kLongPathPrefix[index]);
-  size_t errors = 0;
-  const size_t units = ZBUTF8ToUTF16(wide + prefixLength, normalizedLength, normalized.data(),
-                                     normalizedLength, ZBUTFFlagLatin1Fallback, &errors);
-  if (errors != 0) {
-    _ZBFreeWithZone(nullptr, wide);
-    return nullptr;
-  }
-  wide[prefixLength + units] = 0;
-  return wide;
+  if (!zb::path::startsWithDrive(normalized))
+    return ZBWCStringDuplicateCString(nullptr, normalized);
+  std::memcpy(buffer.data(), kLongPathPrefix, kLongPathPrefixLength);
+  return ZBWCStringDuplicateCString(nullptr, buffer.data());
 }

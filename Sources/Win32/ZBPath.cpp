@@ -6,6 +6,7 @@
 #include "ZBPathNT.h"
 
 #include "ZBErrorMapping.h"
+#include "ZBFilePrivate.h"
 #include "ZBLog.h"
 #include "ZBString.h"
 #include "ZBSystemCalls.h"
@@ -231,11 +232,7 @@ extern "C" char *ZBPathCopyResolvedSymbolicLink(const char *path) noexcept {
   NTPath nt = fileSystemPath(path);
   if (!nt)
     return nullptr;
-  // Backup semantics let directories open; reading attributes needs no
-  // more access than a directory listing.
-  const zb::ScopedFileHandle file(CreateFileW(
-      nt.get(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  const zb::ScopedFileHandle file = zb::file::openForAttributes(nt.get());
   if (!file.isValid())
     return nullptr;
   const DWORD flags = FILE_NAME_NORMALIZED | VOLUME_NAME_DOS;

@@ -17,13 +17,10 @@ constexpr uint32_t kAttributeFields = ZBFileInfoMaskSize | ZBFileInfoMaskMode |
                                       ZBFileInfoMaskModificationTime | ZBFileInfoMaskAccessTime;
 
 ZBError infoFromOpenedPath(const wchar_t *ntPath, ZBFileInfo *outInfo, uint32_t mask) {
-  HANDLE handle = zb::gSystemCalls.CreateFileW(
-      ntPath, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-  if (handle == INVALID_HANDLE_VALUE)
+  const zb::ScopedFileHandle file = openForAttributes(ntPath);
+  if (!file.isValid())
     return __ZBIOErrorFromWinError(GetLastError());
-  ScopedDescriptor fd(descriptorOf(handle));
-  return ZBFileDescriptorGetInfo(fd.get(), outInfo, mask);
+  return ZBFileDescriptorGetInfo(descriptorOf(file.get()), outInfo, mask);
 }
 
 } // namespace
