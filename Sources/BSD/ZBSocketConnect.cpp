@@ -38,6 +38,10 @@ struct ZBSocketPendingOp {
 };
 
 SocketChains<ZBSocketPendingOp> gPending;
+// How many records the table holds, changed under its lock. Every transfer
+// and every close asks about its socket, and records are rare (only a
+// connect with data makes one), so an empty table is seen without the lock.
+std::atomic<uint32_t> gPendingCount{0};
 // Set once when a connect with data was refused for want of fast open.
 std::atomic<int32_t> gFastOpenRefused{0};
 
@@ -49,11 +53,17 @@ void addPendingOp(ZBSocket socket, OVERLAPPED *overlapped, uint32_t expected) {
     return; // without memory the operation goes untracked
   *record = {socket, overlapped, kOperationConnect, expected, nullptr};
   gPending.push(record);
+  gPendingCount.fetch_add(1, std::memory_order_release);
 }
 
 ZBSocketPendingOp *takePendingOp(ZBSocket socket) {
+  if (gPendingCount.load(std::memory_order_acquire) == 0)
+    return nullptr;
   zb::ScopedLock<ZBSpinLock> hold(gPending.lock());
-  return gPending.unlink(socket);
+  ZBSocketPendingOp *record = gPending.unlink(socket);
+  if (record != nullptr)
+    gPendingCount.fetch_sub(1, std::memory_order_relaxed);
+  return record;
 }
 
 OVERLAPPED *newOverlapped() {
@@ -97,6 +107,8 @@ bool ensureBound(ZBSocket socket, const sockaddr *destination) {
 namespace zb::sockets {
 
 bool hasPendingOp(ZBSocket socket) noexcept {
+  if (gPendingCount.load(std::memory_order_acquire) == 0)
+    return false;
   zb::ScopedLock<ZBSpinLock> hold(gPending.lock());
   const ZBSocketPendingOp *record = gPending.find(socket);
   return record != nullptr && record->type == kOperationConnect;
