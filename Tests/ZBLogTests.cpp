@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstdio>
@@ -293,6 +294,22 @@ TEST_F(ZBLogTest, LinesHaveTheExactFormatInTheLogFile) {
       "\\[[^\\]]+\\]\\[odd\\.cpp:3\\] \\(\\d+/\\d+\\) [^:\\r\\n]*: odd: UNKNOWN: odd level\\r\\n");
   EXPECT_TRUE(std::regex_match(contents, expected)) << contents;
   EXPECT_TRUE(ringHas("bare message|"));
+}
+
+// The base name comes from the path splitter, which refuses names of 1025
+// bytes or more: such a site still writes its line, its name printed as the
+// splitter's null answer, and errno stays as the caller left it.
+TEST_F(ZBLogTest, SitesWithOverlongFileNamesStillWriteTheirLines) {
+  const std::string longest = "Sources/" + std::string(1012, 'f') + ".cpp";
+  ASSERT_EQ(1024u, longest.size());
+  const std::string tooLong = "Sources/" + longest;
+  errno = 0;
+  ZBLogX(ZBLogLevelWarning, "longestName", longest.c_str(), 5, "within the limit");
+  ZBLogX(ZBLogLevelWarning, "tooLongName", tooLong.c_str(), 6, "beyond the limit");
+  EXPECT_EQ(0, errno);
+  EXPECT_TRUE(ringHas("][" + longest.substr(8) + ":5] ("));
+  EXPECT_TRUE(ringHas("][(null):6] ("));
+  EXPECT_TRUE(ringHas(": tooLongName: WARNING: beyond the limit\r\n"));
 }
 
 void logThroughArguments(int32_t level, const char *function, const char *format, ...) {

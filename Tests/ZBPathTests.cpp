@@ -2,14 +2,17 @@
 // parsing (components, flags, prefixes, hosts), writing back with
 // percent-decoding, growth of the component block, appending, normalising,
 // conversion and concatenation, directory and base names, the long-path
-// form, and malformed input. Platform-neutral: runs natively too.
+// form, the splitter's errno answers, and malformed input. Platform-neutral:
+// runs natively too.
 #include "ZBTestSupport.h"
 
+#include "ZBPathSplit.h"
 #include "Zenbor.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 #include <string>
 #include <vector>
@@ -477,6 +480,56 @@ TEST(ZBPath, DirectoryAndBaseNames) {
   }
   EXPECT_EQ(std::nullopt, take(ZBPathCopyDirectoryName(nullptr)));
   EXPECT_EQ(std::nullopt, take(ZBPathCopyBaseName(nullptr)));
+}
+
+// The split reports through errno as the C runtime's splitters do: 1024
+// bytes split, 1025 and more are too long; a splitter that runs out of room
+// (ERANGE) is reported and rewritten, any other failure passes through.
+TEST(ZBPath, DirectoryAndBaseNamesAtTheLengthLimit) {
+  const std::string longest = "d/" + std::string(1020, 'n') + ".x";
+  ASSERT_EQ(1024u, longest.size());
+  errno = 0;
+  EXPECT_EQ("d", take(ZBPathCopyDirectoryName(longest.c_str())));
+  EXPECT_EQ(longest.substr(2), take(ZBPathCopyBaseName(longest.c_str())));
+  EXPECT_EQ(0, errno);
+  for (const std::string &path : {longest + "x", std::string(4000, '/')}) {
+    errno = 0;
+    EXPECT_EQ(std::nullopt, take(ZBPathCopyDirectoryName(path.c_str())));
+    EXPECT_EQ(ENAMETOOLONG, errno);
+    errno = 0;
+    EXPECT_EQ(std::nullopt, take(ZBPathCopyBaseName(path.c_str())));
+    EXPECT_EQ(ENAMETOOLONG, errno);
+  }
+#ifdef _WIN32
+  static_assert(ENAMETOOLONG == 38, "the runtime's name-too-long errno");
+#endif
+
+  struct Failure {
+    int splitterErrno;
+    int expectedErrno;
+    const char *expectedStderr;
+  };
+  const std::string fixing = "Fixing errno to be " + std::to_string(ENAMETOOLONG) + "\n";
+  const Failure failures[] = {{ERANGE, ENAMETOOLONG, fixing.c_str()}, {EINVAL, EINVAL, ""}};
+  static int sFailWith;
+  sFailWith = 0;
+  const auto saved = zb::path::gPathSplitter;
+  zb::path::gPathSplitter = [](const char *, zb::path::LastComponent *) noexcept {
+    errno = sFailWith;
+    return false;
+  };
+  for (const Failure &failure : failures) {
+    SCOPED_TRACE(failure.splitterErrno);
+    sFailWith = failure.splitterErrno;
+    for (char *(*copy)(const char *) : {ZBPathCopyDirectoryName, ZBPathCopyBaseName}) {
+      testing::internal::CaptureStderr();
+      errno = 0;
+      EXPECT_EQ(nullptr, copy("a/b"));
+      EXPECT_EQ(failure.expectedErrno, errno);
+      EXPECT_EQ(failure.expectedStderr, testing::internal::GetCapturedStderr());
+    }
+  }
+  zb::path::gPathSplitter = saved;
 }
 
 std::optional<std::u16string> takeWide(ZBWChar *text) {

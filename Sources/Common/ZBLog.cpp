@@ -14,10 +14,13 @@
 #include "ZBLock.h"
 #include "ZBLogConfiguration.h"
 #include "ZBLogPrivate.h"
+#include "ZBPathSplit.h"
 #include "ZBPlatform.h"
+#include "ZBPrint.h"
 #include "ZBScopedLock.h"
 #include "ZBString.h"
 
+#include <cerrno>
 #include <cstring>
 #include <pthread.h>
 
@@ -57,12 +60,25 @@ const char *levelName(int32_t level) {
   return kNames[level - ZBLogLevelFatal];
 }
 
-const char *baseName(const char *path) {
-  const char *base = path ? path : "";
-  for (const char *cursor = base; *cursor != '\0'; ++cursor)
-    if (*cursor == '/' || *cursor == '\\')
-      base = cursor + 1;
-  return base;
+// The file's base name as ZBPathCopyBaseName gives it, found without
+// allocating so that lines are written when memory is short. A name the
+// splitter refuses (1025 bytes or more) shows as that function's null result
+// prints. errno is kept: writing a line never changes it.
+struct BaseName {
+  const char *text;
+  int length;
+};
+
+BaseName baseNameOf(const char *file) {
+  if (file == nullptr)
+    return {"", 0};
+  const int savedErrno = errno;
+  zb::path::LastComponent split;
+  const bool splits = zb::path::splitLastComponent(file, &split);
+  errno = savedErrno;
+  if (!splits)
+    return {ZBPrintGetNullString(), static_cast<int>(std::strlen(ZBPrintGetNullString()))};
+  return {file + split.baseStart, static_cast<int>(split.baseLength)};
 }
 
 // The caller's thread name; "" until the thread is named.
@@ -128,7 +144,8 @@ void decorateLine(LineText &out, int32_t level, const char *function, const char
   identity.format("(%u/%u) %s:", static_cast<unsigned>(zb::platform::processID()),
                   static_cast<unsigned>(zb::platform::currentThreadID()), currentThreadName());
   // The empty prefix and suffix are where a background colour would go.
-  out.format("%s[%s][%s:%u] %s %s: %s: %s%s\r\n", "", stamp.text(), baseName(file), line,
+  const BaseName base = baseNameOf(file);
+  out.format("%s[%s][%.*s:%u] %s %s: %s: %s%s\r\n", "", stamp.text(), base.length, base.text, line,
              identity.text(), function ? function : "", levelName(level), message, "");
 }
 

@@ -3,6 +3,8 @@
 // names, and the wide long-path form ("\\?\C:\...") that Windows file calls
 // take. Nothing here touches the file system.
 #include "ZBPathInfoRecord.h"
+#include "ZBPathNT.h"
+#include "ZBPathSplit.h"
 
 #include "ZBAlloc.h"
 #include "ZBLog.h"
@@ -55,38 +57,6 @@ char *copyFilledBy(size_t size, const char *description, Fill fill) {
     return nullptr;
   }
   return text;
-}
-
-// The shared split of ZBPathCopyDirectoryName and ZBPathCopyBaseName:
-// trailing separators are ignored, the last component is what follows the
-// last separator, and the directory is what precedes it.
-struct LastComponent {
-  size_t directoryLength; // 0: no directory part (".")
-  size_t baseStart;
-  size_t baseLength;
-};
-
-LastComponent splitLastComponent(const char *path) {
-  const size_t length = std::strlen(path);
-  size_t end = length;
-  while (end > 1 && isDOSSeparator(path[end - 1]))
-    --end;
-  // A drive root ("C:/") is its own directory and base name.
-  if (end == 2 && length > 2 && zb::path::startsWithDrive(path))
-    return {3, 0, 3};
-  size_t start = end;
-  while (start > 0 && !isDOSSeparator(path[start - 1]))
-    --start;
-  if (start == end && end > 0) // nothing but separators: the root
-    return {1, 0, 1};
-  if (start == 0)
-    return {0, 0, end};
-  size_t directoryEnd = start;
-  while (directoryEnd > 1 && isDOSSeparator(path[directoryEnd - 1]))
-    --directoryEnd;
-  if (directoryEnd == 2 && zb::path::startsWithDrive(path))
-    directoryEnd = 3; // "C:/a" lives in "C:/", not in the drive's current directory "C:"
-  return {directoryEnd, start, end - start};
 }
 
 } // namespace
@@ -184,31 +154,27 @@ extern "C" char *ZBPathCopyConcatenated(const char *first, const char *second) n
 }
 
 extern "C" char *ZBPathCopyDirectoryName(const char *path) noexcept {
-  if (path == nullptr)
+  zb::path::LastComponent split;
+  if (path == nullptr || !zb::path::splitLastComponent(path, &split))
     return nullptr;
-  const LastComponent split = splitLastComponent(path);
   if (split.directoryLength == 0)
     return _ZBCStringDuplicate(".");
   return ZBCStringDuplicateWithLength(nullptr, path, split.directoryLength);
 }
 
 extern "C" char *ZBPathCopyBaseName(const char *path) noexcept {
-  if (path == nullptr)
+  zb::path::LastComponent split;
+  if (path == nullptr || !zb::path::splitLastComponent(path, &split))
     return nullptr;
-  const LastComponent split = splitLastComponent(path);
   return ZBCStringDuplicateWithLength(nullptr, path + split.baseStart, split.baseLength);
 }
 
-extern "C" ZBWChar *ZBPathCopyNT(const char *path) noexcept {
-  if (path == nullptr)
-    return nullptr;
-  if (zb::path::startsWith(path, kLongPathPrefix))
-    return ZBWCStringDuplicateCString(nullptr, path);
-  if (path[0] == '\\' && path[1] == '\\')
-    ZBLogNYICounter("ZBPathCopyNT", 467); // UNC paths go to the system as they are
-  if (!ZBPathIsAbsolute(path))
-    return ZBWCStringDuplicateCString(nullptr, path);
+namespace zb::path {
 
+ZBWChar *copyNTForm(const char *path, bool *normalizeFailed) noexcept {
+  *normalizeFailed = false;
+  if (startsWith(path, kLongPathPrefix) || !ZBPathIsAbsolute(path))
+    return ZBWCStringDuplicateCString(nullptr, path);
   // The normalised text is written after room for the long-path prefix, so
   // the whole form converts in one step.
   const size_t length = std::strlen(path);
@@ -216,15 +182,29 @@ extern "C" ZBWChar *ZBPathCopyNT(const char *path) noexcept {
   char *normalized = buffer.data() != nullptr ? buffer.data() + kLongPathPrefixLength : nullptr;
   if (normalized == nullptr ||
       !ZBPathNormalizeWithStyle(ZBPathStyleDOS, path, normalized, length + 1, 0)) {
-    ZB_LOG_AT(ZBLogLevelError, "ZBPathCopyNT", __FILE__, __LINE__, "Failed to normalize path %s",
-              path);
+    *normalizeFailed = true;
     return nullptr;
   }
   // The long-path form needs a drive: a path rooted without one ("/tmp/x",
   // "//server/share") goes as "\tmp\x" or "\\server\share", which the
   // system resolves against the current drive, within 260 characters.
-  if (!zb::path::startsWithDrive(normalized))
+  if (!startsWithDrive(normalized))
     return ZBWCStringDuplicateCString(nullptr, normalized);
   std::memcpy(buffer.data(), kLongPathPrefix, kLongPathPrefixLength);
   return ZBWCStringDuplicateCString(nullptr, buffer.data());
+}
+
+} // namespace zb::path
+
+extern "C" ZBWChar *ZBPathCopyNT(const char *path) noexcept {
+  if (path == nullptr)
+    return nullptr;
+  if (path[0] == '\\' && path[1] == '\\' && !zb::path::startsWith(path, kLongPathPrefix))
+    ZBLogNYICounter("ZBPathCopyNT", 467); // UNC paths go to the system as they are
+  bool normalizeFailed = false;
+  ZBWChar *form = zb::path::copyNTForm(path, &normalizeFailed);
+  if (normalizeFailed)
+    ZB_LOG_AT(ZBLogLevelError, "ZBPathCopyNT", __FILE__, __LINE__, "Failed to normalize path %s",
+              path);
+  return form;
 }
