@@ -9,6 +9,13 @@
 
 namespace zb::path {
 
+// ZBPathCopyNT's conversion without a word to the log, for callers that may
+// hold the log's lock (the log opens its configuration file through it). A
+// "\\?\" path or a relative one is converted as it is; an absolute one is
+// normalised into the long-path form. Null when memory runs out, the text is
+// not UTF-8, or the path cannot be normalised, which sets `normalizeFailed`.
+ZBWChar *copyNTForm(const char *path, bool *normalizeFailed) noexcept;
+
 using NTPath = zb::Owned<ZBWChar>;
 
 // Empty when `path` is null or empty, or cannot be converted.

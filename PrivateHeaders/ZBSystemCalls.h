@@ -14,6 +14,8 @@
 #include <windows.h>
 #include <bcrypt.h>
 
+#include <cstdio>
+
 // clang-format off
 #define ZB_SYSTEM_CALLS(X)                                                      \
   /* Paths */                                                                   \
@@ -85,6 +87,9 @@
   X(GetOverlappedResultEx)                                                      \
   X(CancelIoEx)                                                                 \
                                                                                 \
+                                                                                \
+  /* Streams (zone files, the log's configuration file) */                     \
+  X(_wfopen)                                                                    \
                                                                                 \
   /* Time zones */                                                              \
   X(GetDynamicTimeZoneInformation)                                              \

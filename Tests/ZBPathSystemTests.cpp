@@ -7,15 +7,19 @@
 #include "ZBTestSupport.h"
 
 #include "Zenbor.h"
+#include "ZBLogConfiguration.h"
 #include "ZBSystemCallInjection.h"
+#include "ZBTZFile.h"
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include <optional>
 #include <string>
 #include <vector>
@@ -229,6 +233,75 @@ TEST_F(ZBPathSystemTest, LongAndNonASCIIPathsWorkEndToEnd) {
   ASSERT_NE(INVALID_HANDLE_VALUE, find);
   FindClose(find);
   EXPECT_EQ(std::wstring(L"\u03A9\u03BC\u03AD\u03B3\u03B1.txt"), entry.cFileName);
+}
+
+// Zone files and the log's configuration file open through the library's
+// stream service, which takes them to the system in the long-path form too:
+// a directory chain of Greek names over 300 characters.
+std::string makeLongGreekTree(const std::string &root) {
+  std::string directory = root;
+  for (int level = 0; directory.size() - root.size() < 300; ++level)
+    directory +=
+        "/\xCE\x96\xCF\x8E\xCE\xBD\xCE\xB7-" + std::to_string(level) + std::string(30, 'z');
+  return ZBDirectoryCreateNested(directory.c_str(), 0755, 0755) == ZBErrorNone ? directory : "";
+}
+
+// Windows opens a name of 260 characters or more only in the long-path form
+// unless the process is long-path aware; Wine opens any. The stand-in puts
+// Windows' rule in front of the real open.
+FILE *openWithWindowsPathLimit(const wchar_t *name, const wchar_t *mode) {
+  if (std::wcsncmp(name, L"\\\\?\\", 4) != 0 && std::wcslen(name) >= MAX_PATH) {
+    errno = ENOENT;
+    return nullptr;
+  }
+  return _wfopen(name, mode);
+}
+
+TEST_F(ZBPathSystemTest, ZoneAndLogConfigurationFilesBeyondTwoHundredSixtyCharacters) {
+  zb::test::ScopedSystemCall windowsLimit(zb::gSystemCalls._wfopen, openWithWindowsPathLimit);
+  const std::string directory = makeLongGreekTree(root_);
+  ASSERT_FALSE(directory.empty());
+  const std::string paris = zbtest::readFile("Z:/usr/share/zoneinfo/Europe/Paris");
+  ASSERT_GT(paris.size(), 44u);
+  const std::string zoneFile =
+      directory + "/Europe-\xCE\xA0\xCE\xB1\xCF\x81\xCE\xAF\xCF\x83\xCE\xB9";
+  ASSERT_GT(zoneFile.size(), 300u);
+  ASSERT_EQ(ZBErrorNone, ZBFileCreateFromBytes(paris.data(), paris.size(), zoneFile.c_str(), 0644));
+  for (const std::string &form : {zoneFile, "/" + zoneFile}) { // "/C:/..." as a URL gives it
+    ZBTZFile *zone = ZBTimeZoneCreateFromFile(form.c_str());
+    ASSERT_NE(nullptr, zone) << form;
+    EXPECT_EQ(paris.size(), ZBTimeZoneGetDataLength(zone));
+    const std::string copy = directory + "/copy";
+    EXPECT_TRUE(tz_file_write_path(zone, ("/" + copy).c_str()));
+    ZBTZFile *written = ZBTimeZoneCreateFromFile(copy.c_str());
+    ASSERT_NE(nullptr, written);
+    EXPECT_EQ(paris, std::string(static_cast<const char *>(ZBTimeZoneGetData(written)),
+                                 ZBTimeZoneGetDataLength(written)));
+    ZBTimeZoneClose(written);
+    EXPECT_EQ(ZBErrorNone, ZBFileRemove(copy.c_str()));
+    ZBTimeZoneClose(zone);
+  }
+  EXPECT_EQ(ZBErrorNone, ZBFileRemove(zoneFile.c_str()));
+
+  const std::string rules =
+      directory + "/log-\xCE\xBA\xCE\xB1\xCE\xBD\xCF\x8C\xCE\xBD\xCE\xB5\xCF\x82.txt";
+  const std::string text = "Win32=Debug\n*=Error\n";
+  ASSERT_EQ(ZBErrorNone, ZBFileCreateFromBytes(text.data(), text.size(), rules.c_str(), 0644));
+  ZBEnvironmentSetEnv("ZBLOG_CONFIG_FILE", rules.c_str(), 1);
+  testing::internal::CaptureStderr();
+  {
+    ZBLogConfiguration configuration{
+        "ZBLOG_LEVEL", "ZBLOG_CONFIG", "ZBLOG_CONFIG_FILE", 0, nullptr, {}, ZBLogLevelInfo};
+    zb::log::loadConfiguration(configuration);
+    EXPECT_EQ(2, configuration.count);
+    uint32_t flags = 0;
+    EXPECT_EQ(ZBLogLevelDebug,
+              zb::log::matchSite(configuration, "Sources/Win32/x.cpp", "f", 1, &flags));
+    zb::log::clearConfiguration(configuration);
+  }
+  EXPECT_EQ("", testing::internal::GetCapturedStderr());
+  ZBEnvironmentUnsetEnv("ZBLOG_CONFIG_FILE");
+  EXPECT_EQ(ZBErrorNone, ZBFileRemove(rules.c_str()));
 }
 
 TEST_F(ZBPathSystemTest, LogFileOpensThroughTheLongPathForm) {

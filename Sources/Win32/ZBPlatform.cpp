@@ -6,6 +6,7 @@
 #include "ZBOwned.h"
 #include "ZBPathNT.h"
 #include "ZBString.h"
+#include "ZBSystemCalls.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
 
@@ -69,14 +70,16 @@ void writeLogFile(void *file, const char *bytes, size_t length) noexcept {
 std::FILE *openStream(const char *path, const char *mode) noexcept {
   if (path == nullptr)
     return nullptr;
-  // A plain conversion rather than the long-path form, whose normalisation
-  // logs its failures.
-  const zb::Owned<ZBWChar> widePath(
-      ZBWCStringDuplicateCString(nullptr, zb::path::withoutSlashBeforeDrive(path)));
+  // The long-path form, so files beyond 260 characters open in any process,
+  // made by the conversion that never logs: the log opens its configuration
+  // file here while it holds its own lock.
+  bool normalizeFailed = false;
+  const zb::path::NTPath widePath(
+      zb::path::copyNTForm(zb::path::withoutSlashBeforeDrive(path), &normalizeFailed));
   wchar_t wideMode[8] = {};
   for (size_t index = 0; mode[index] != '\0' && index + 1 < std::size(wideMode); ++index)
     wideMode[index] = static_cast<unsigned char>(mode[index]);
-  return widePath ? _wfopen(reinterpret_cast<const wchar_t *>(widePath.get()), wideMode) : nullptr;
+  return widePath ? zb::gSystemCalls._wfopen(reinterpret_cast<const wchar_t *>(widePath.get()), wideMode) : nullptr;
 }
 
 void printBacktrace() noexcept {
