@@ -19,6 +19,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -190,6 +191,30 @@ void clearTemporaryVariables() {
     ZBEnvironmentUnsetEnv(name);
 }
 
+// Sets the system environment's HOME for the children started meanwhile.
+struct ScopedSystemHome {
+  explicit ScopedSystemHome(const std::string &value) { _putenv_s("HOME", value.c_str()); }
+  ~ScopedSystemHome() { _putenv_s("HOME", saved.c_str()); } // "" removes it
+  const std::string saved = std::getenv("HOME") ? std::getenv("HOME") : "";
+};
+
+// Runs `body` in a fresh child process; it writes its findings to the report
+// file, which the parent then returns.
+template <typename Body>
+std::string reportFromChild(const std::string &folder, Body body) {
+  const std::string report = folder + "report.txt";
+  EXPECT_EXIT(
+      {
+        std::string findings = body();
+        std::FILE *file = std::fopen(report.c_str(), "wb");
+        std::fputs(findings.c_str(), file);
+        std::fclose(file);
+        std::_Exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+  return zbtest::readFile(report);
+}
+
 // Each test gets its own LOCALAPPDATA, TMP and home under a fresh folder.
 // LOCALAPPDATA is set before the first directory call of the process, so
 // even the home computed at start-up lies inside the test's folder.
@@ -305,71 +330,117 @@ TEST_F(ZBEnvironmentDirectory, SandboxedTemporaryUsesTheBundleOrProcessName) {
   EXPECT_EQ("com.example.viewer", take(ZBEnvironmentCopyBundleID()));
 }
 
+// The private temporary directory is computed once per process and emptied
+// at that first use, so the tests that watch it work in a child process of
+// their own and report what they saw.
+
+// "<path> made" or "<path> missing" for each directory a copy function gives.
+std::string directoriesMade(std::initializer_list<char *(*)()> copies) {
+  std::string findings;
+  for (char *(*copy)() : copies) {
+    const std::string path = take(copy());
+    findings += path + (isDirectory(path) ? " made\n" : " missing\n");
+  }
+  return findings;
+}
+
 TEST_F(ZBEnvironmentDirectory, CachesAreCreatedWithTheirParents) {
   const std::string home = root_ + "deep/er/home";
-  ZBEnvironmentSetHomeDirectory(home.c_str());
-  EXPECT_EQ(home + "/", take(ZBEnvironmentCopyHomeDirectory()));
-  const struct {
-    char *(*copy)();
-    std::string expected;
-  } cases[] = {
-      {ZBEnvironmentCopyAppCachesDirectory, home + "/AppData/Local/quovex/"},
-      {ZBEnvironmentCopyQuovexPrivateCachesDirectory, home + "/quovex_cache/"},
-      {ZBEnvironmentCopyQuovexPrivateTemporaryDirectory, home + "/quovex_tmp/"},
-  };
-  for (const auto &c : cases) {
-    EXPECT_EQ(c.expected, take(c.copy()));
-    EXPECT_TRUE(isDirectory(c.expected)) << c.expected;
-  }
+  const std::string report = reportFromChild(root_, [&] {
+    ZBEnvironmentSetHomeDirectory(home.c_str());
+    return take(ZBEnvironmentCopyHomeDirectory()) + "\n" +
+           directoriesMade({ZBEnvironmentCopyAppCachesDirectory,
+                            ZBEnvironmentCopyQuovexPrivateCachesDirectory,
+                            ZBEnvironmentCopyQuovexPrivateTemporaryDirectory});
+  });
+  EXPECT_EQ(home + "/\n" + home + "/AppData/Local/quovex/ made\n" + home + "/quovex_cache/ made\n" +
+                home + "/quovex_tmp/ made\n",
+            report);
   // A set caches directory is handed out as set, with its "/"; clearing it
-  // computes it again.
+  // computes it again under the current home.
   ZBEnvironmentSetAppCachesDirectory((root_ + "mine").c_str());
   EXPECT_EQ(root_ + "mine/", take(ZBEnvironmentCopyAppCachesDirectory()));
   ZBEnvironmentSetAppCachesDirectory(nullptr);
-  EXPECT_EQ(home + "/AppData/Local/quovex/", take(ZBEnvironmentCopyAppCachesDirectory()));
+  EXPECT_EQ(home_ + "AppData/Local/quovex/", take(ZBEnvironmentCopyAppCachesDirectory()));
+}
+
+// Setting the home replaces the home alone: the caches and the private
+// temporary directory already handed out stay, and no other process's
+// folder under the new home is emptied.
+TEST_F(ZBEnvironmentDirectory, SettingTheHomeKeepsTheOtherDirectories) {
+  const std::string first = root_ + "first/";
+  const std::string second = root_ + "second/";
+  const std::string report = reportFromChild(root_, [&] {
+    ZBEnvironmentSetHomeDirectory(first.c_str());
+    std::string findings = directoriesMade(
+        {ZBEnvironmentCopyAppCachesDirectory, ZBEnvironmentCopyQuovexPrivateTemporaryDirectory});
+    ZBDirectoryCreateNested((second + "quovex_tmp/other").c_str(), 0777, 0777);
+    writeFile(second + "quovex_tmp/other/owned-elsewhere");
+    ZBEnvironmentSetHomeDirectory(second.c_str());
+    findings += take(ZBEnvironmentCopyHomeDirectory()) + "\n" +
+                directoriesMade({ZBEnvironmentCopyAppCachesDirectory,
+                                 ZBEnvironmentCopyQuovexPrivateTemporaryDirectory});
+    if (ZBPathExists((second + "quovex_tmp/other/owned-elsewhere").c_str()))
+      findings += "kept\n";
+    return findings;
+  });
+  const std::string before = first + "AppData/Local/quovex/ made\n" + first + "quovex_tmp/ made\n";
+  EXPECT_EQ(before + second + "\n" + before + "kept\n", report);
 }
 
 TEST_F(ZBEnvironmentDirectory, FailedCreationCachesNothing) {
-  // A home under a regular file cannot hold any directory.
-  writeFile(root_ + "blocker");
-  ZBEnvironmentSetHomeDirectory((root_ + "blocker/home").c_str());
-  EXPECT_EQ("<null>", take(ZBEnvironmentCopyAppCachesDirectory()));
-  EXPECT_NE(std::string::npos, zbtest::logRing().find("Create failed: '" + root_ +
-                                                      "blocker/home/AppData/Local/quovex/': -10"));
-  EXPECT_EQ("<null>", take(ZBEnvironmentCopyQuovexPrivateCachesDirectory()));
-  EXPECT_EQ("<null>", take(ZBEnvironmentCopyQuovexPrivateTemporaryDirectory()));
-  // Once the way is clear the next calls succeed.
-  ASSERT_EQ(ZBErrorNone, ZBFileRemove((root_ + "blocker").c_str()));
-  EXPECT_EQ(root_ + "blocker/home/AppData/Local/quovex/",
-            take(ZBEnvironmentCopyAppCachesDirectory()));
-  EXPECT_EQ(root_ + "blocker/home/quovex_tmp/",
-            take(ZBEnvironmentCopyQuovexPrivateTemporaryDirectory()));
+  const std::string report = reportFromChild(root_, [&] {
+    // A home under a regular file cannot hold any directory.
+    writeFile(root_ + "blocker");
+    ZBEnvironmentSetHomeDirectory((root_ + "blocker/home").c_str());
+    std::string findings = directoriesMade({ZBEnvironmentCopyAppCachesDirectory,
+                                            ZBEnvironmentCopyQuovexPrivateCachesDirectory,
+                                            ZBEnvironmentCopyQuovexPrivateTemporaryDirectory});
+    if (zbtest::logRing().find("Create failed: '" + root_ +
+                               "blocker/home/AppData/Local/quovex/': -10") != std::string::npos)
+      findings += "logged\n";
+    // Once the way is clear the next calls succeed.
+    ZBFileRemove((root_ + "blocker").c_str());
+    findings += directoriesMade(
+        {ZBEnvironmentCopyAppCachesDirectory, ZBEnvironmentCopyQuovexPrivateTemporaryDirectory});
+    return findings;
+  });
+  EXPECT_EQ("<null> missing\n<null> missing\n<null> missing\nlogged\n" + root_ +
+                "blocker/home/AppData/Local/quovex/ made\n" + root_ +
+                "blocker/home/quovex_tmp/ made\n",
+            report);
 
   // An oversized home: no directory, no crash.
   ZBEnvironmentSetHomeDirectory(std::string(100 * 1024, 'h').c_str());
+  ZBEnvironmentSetAppCachesDirectory(nullptr);
   EXPECT_EQ("<null>", take(ZBEnvironmentCopyAppCachesDirectory()));
 }
 
 TEST_F(ZBEnvironmentDirectory, PrivateTemporaryIsEmptiedAtFirstUseUnlessChild) {
   const struct {
     bool child;
-    bool keepsOld;
-  } cases[] = {{false, false}, {true, true}};
+    const char *expected; // what the child reports
+  } cases[] = {{false, "emptied\nkept new\n"}, {true, "kept old\nkept new\n"}};
   for (const auto &c : cases) {
     const std::string home = root_ + (c.child ? "child/" : "parent/");
     const std::string temporary = home + "quovex_tmp/";
-    ASSERT_EQ(ZBErrorNone, ZBDirectoryCreateNested((temporary + "old").c_str(), 0777, 0777));
-    writeFile(temporary + "old/left-over");
-    if (c.child)
-      ZBEnvironmentSetEnv("QUOVEX_CHILDPROCESS", "1", 1);
-    ZBEnvironmentSetHomeDirectory(home.c_str());
-    EXPECT_EQ(temporary, take(ZBEnvironmentCopyQuovexPrivateTemporaryDirectory()));
-    EXPECT_TRUE(isDirectory(temporary));
-    EXPECT_EQ(c.keepsOld, ZBPathExists((temporary + "old/left-over").c_str())) << c.child;
-    // Only the first use empties it.
-    writeFile(temporary + "new");
-    EXPECT_EQ(temporary, take(ZBEnvironmentCopyQuovexPrivateTemporaryDirectory()));
-    EXPECT_TRUE(ZBPathExists((temporary + "new").c_str()));
+    const std::string report = reportFromChild(root_, [&] {
+      ZBDirectoryCreateNested((temporary + "old").c_str(), 0777, 0777);
+      writeFile(temporary + "old/left-over");
+      if (c.child)
+        ZBEnvironmentSetEnv("QUOVEX_CHILDPROCESS", "1", 1);
+      ZBEnvironmentSetHomeDirectory(home.c_str());
+      std::string findings;
+      if (take(ZBEnvironmentCopyQuovexPrivateTemporaryDirectory()) != temporary)
+        findings += "wrong directory\n";
+      findings += ZBPathExists((temporary + "old/left-over").c_str()) ? "kept old\n" : "emptied\n";
+      // Only the first use empties it.
+      writeFile(temporary + "new");
+      take(ZBEnvironmentCopyQuovexPrivateTemporaryDirectory());
+      findings += ZBPathExists((temporary + "new").c_str()) ? "kept new\n" : "emptied new\n";
+      return findings;
+    });
+    EXPECT_EQ(c.expected, report) << c.child;
   }
 }
 
@@ -390,30 +461,6 @@ TEST_F(ZBEnvironmentDirectory, TemporaryDirectoryInTempDir) {
 // LOCALAPPDATA, so these tests run their body in a death-test child. The
 // child inherits the system environment, which the library imports at
 // start: HOME is set there (ZBEnvironmentSetEnv refuses HOME by design).
-
-// Sets the system environment's HOME for the children started meanwhile.
-struct ScopedSystemHome {
-  explicit ScopedSystemHome(const std::string &value) { _putenv_s("HOME", value.c_str()); }
-  ~ScopedSystemHome() { _putenv_s("HOME", saved.c_str()); } // "" removes it
-  const std::string saved = std::getenv("HOME") ? std::getenv("HOME") : "";
-};
-
-// Runs `body` in a fresh child process; it writes its findings to the report
-// file, which the parent then returns.
-template <typename Body>
-std::string reportFromChild(const std::string &folder, Body body) {
-  const std::string report = folder + "report.txt";
-  EXPECT_EXIT(
-      {
-        std::string findings = body();
-        std::FILE *file = std::fopen(report.c_str(), "wb");
-        std::fputs(findings.c_str(), file);
-        std::fclose(file);
-        std::_Exit(0);
-      },
-      testing::ExitedWithCode(0), "");
-  return zbtest::readFile(report);
-}
 
 TEST(ZBEnvironmentStartup, HomeSourcesInOrder) {
   const std::string folder = freshFolder();

@@ -298,9 +298,9 @@ extern "C" void ZBEnvironmentSetHomeDirectory(const char *path) noexcept {
   DirectoriesLock lock;
   replace(&sDirectories.home, storedForm(path));
   replace(&sDirectories.unsandboxedHome, _ZBCStringDuplicate(sDirectories.home));
-  // The directories inside the old home no longer apply.
-  replace(&sDirectories.appCaches, nullptr);
-  replace(&sDirectories.privateTemporary, nullptr);
+  // The caches and the private temporary directory stay where they were
+  // handed out: the private one was emptied at its first use, and emptying
+  // a folder under the new home could destroy another process's files.
 }
 
 extern "C" char *ZBEnvironmentCopyAppCachesDirectory(void) noexcept {
