@@ -6,9 +6,10 @@
 // each decimal, octal (leading 0) or hex (0x); the last fills the remaining
 // bytes. IPv6 literals are hex groups with at most one "::" and an optional
 // dotted IPv4 tail, then an optional decimal "%scope"; in brackets they may
-// carry a ":port". IPv6 text is lower-case hex with the longest run of two
-// or more zero groups written "::", and the forms that carry an IPv4
-// address keep their dotted tail.
+// carry a ":port" (in any of inet_addr's bases, as an IPv4 port may be).
+// IPv6 text is lower-case hex with the longest run of two or more zero
+// groups written "::", and the forms that carry an IPv4 address keep their
+// dotted tail.
 #include "ZBSocketAddressText.h"
 
 #include <cstdio>
@@ -110,13 +111,15 @@ bool parseIPv6Address(const char *&p, unsigned char *address) {
   uint16_t groups[8];
   int count = 0;
   int gap = -1;
+  bool groupRequired = true; // at the start, and after a single ":"
   if (p[0] == ':') {
     if (p[1] != ':')
       return false;
     p += 2;
     gap = 0;
+    groupRequired = false;
   }
-  while (gap < 0 || hexValue(*p) >= 0) {
+  while (groupRequired || hexValue(*p) >= 0) {
     const char *start = p;
     unsigned value = 0;
     while (hexValue(*p) >= 0 && p - start < 5)
@@ -141,8 +144,10 @@ bool parseIPv6Address(const char *&p, unsigned char *address) {
         return false;
       gap = count;
       p += 2;
+      groupRequired = false;
     } else {
       ++p;
+      groupRequired = true;
     }
   }
   if (gap < 0 ? count != 8 : count > 7)
@@ -159,16 +164,33 @@ bool parseIPv6Address(const char *&p, unsigned char *address) {
   return true; // the zero groups of the gap are already zero
 }
 
+// A ":port" after a literal, a number in any of inet_addr's bases; port 0
+// is refused, as Winsock refuses it.
+bool parsePort(const char *&p, unsigned char *record) {
+  uint64_t port;
+  ++p;
+  if (!parseNumber(p, 0xFFFF, port) || port == 0)
+    return false;
+  setPort(record, static_cast<uint16_t>(port));
+  return true;
+}
+
+// A "%scope": decimal, with no leading zero unless it is 0 itself.
+bool parseScope(const char *&p, unsigned char *record) {
+  uint64_t scope;
+  ++p;
+  if ((p[0] == '0' && isDigit(p[1])) || !parseDecimal(p, 0xFFFFFFFFu, scope))
+    return false;
+  const auto value = static_cast<uint32_t>(scope);
+  std::memcpy(record + kIPv6ScopeOffset, &value, sizeof value);
+  return true;
+}
+
 bool parseIPv4Record(const char *p, unsigned char *record) {
   if (!parseIPv4Lenient(p, record + kIPv4AddressOffset))
     return false;
-  if (*p == ':') {
-    uint64_t port;
-    ++p;
-    if (!parseNumber(p, 0xFFFF, port))
-      return false;
-    setPort(record, static_cast<uint16_t>(port));
-  }
+  if (*p == ':' && !parsePort(p, record))
+    return false;
   return *p == '\0';
 }
 
@@ -178,24 +200,13 @@ bool parseIPv6Record(const char *p, unsigned char *record) {
     ++p;
   if (!parseIPv6Address(p, record + kIPv6AddressOffset))
     return false;
-  if (*p == '%') {
-    uint64_t scope;
-    ++p;
-    if (!parseDecimal(p, 0xFFFFFFFFu, scope))
-      return false;
-    const auto value = static_cast<uint32_t>(scope);
-    std::memcpy(record + kIPv6ScopeOffset, &value, sizeof value);
-  }
+  if (*p == '%' && !parseScope(p, record))
+    return false;
   if (bracketed) {
     if (*p++ != ']')
       return false;
-    if (*p == ':') {
-      uint64_t port;
-      ++p;
-      if (!parseDecimal(p, 0xFFFF, port))
-        return false;
-      setPort(record, static_cast<uint16_t>(port));
-    }
+    if (*p == ':' && !parsePort(p, record))
+      return false;
   }
   return *p == '\0';
 }
@@ -218,14 +229,16 @@ size_t formatIPv6(const unsigned char *bytes, char *text) {
   uint16_t groups[8];
   for (int index = 0; index < 8; ++index)
     groups[index] = static_cast<uint16_t>((bytes[2 * index] << 8) | bytes[2 * index + 1]);
-  // IPv4-mapped (::ffff:a.b.c.d), IPv4-translated (::ffff:0:a.b.c.d),
-  // IPv4-compatible (::a.b.c.d, but not :: and ::1 and the like) and ISATAP
-  // (...:5efe:a.b.c.d) addresses keep a dotted tail.
+  // IPv4-mapped (::ffff:a.b.c.d), IPv4-translated (::ffff:0:a.b.c.d) and
+  // IPv4-compatible (::a.b.c.d) addresses keep a dotted tail while their
+  // seventh group is not zero (so "::1" and "::ffff:0:1" stay hex); ISATAP
+  // addresses (...:5efe:a.b.c.d) always do.
   const bool mapped = zeroPrefix(bytes, 10) && groups[5] == 0xFFFF;
   const bool translated = zeroPrefix(bytes, 8) && groups[4] == 0xFFFF && groups[5] == 0;
-  const bool compatible = zeroPrefix(bytes, 12) && groups[6] != 0;
+  const bool compatible = zeroPrefix(bytes, 12);
   const bool isatap = (groups[4] == 0 || groups[4] == 0x0200) && groups[5] == 0x5EFE;
-  const int headGroups = mapped || translated || compatible || isatap ? 6 : 8;
+  const bool dottedTail = ((mapped || translated || compatible) && groups[6] != 0) || isatap;
+  const int headGroups = dottedTail ? 6 : 8;
   int bestStart = -1, bestLength = 1;
   for (int index = 0; index < headGroups;) {
     int run = 0;
