@@ -5,6 +5,7 @@
 #include "ZBLogPrivate.h"
 #include "ZBThreadPrivate.h"
 #include "ZBTimePrivate.h"
+#include "ZBTracePrivate.h"
 #include "qprintfEngine.h"
 
 #include <atomic>
@@ -27,7 +28,7 @@ constexpr StartupStep kStartupSteps[] = {
     {"process path", nullptr},
     {"dynamic libraries", nullptr},
     {"system information", nullptr},
-    {"tracing configuration", nullptr},
+    {"tracing configuration", _ZBTraceStartup},
 };
 
 std::atomic<int> sStartups{0};
