@@ -16,7 +16,8 @@ size_t readBytes(ZBTraceReader *reader, void *out, size_t count) {
     return std::fread(out, 1, count, reader->file);
   const size_t available = reader->memorySize - reader->memoryOffset;
   const size_t taken = count < available ? count : available;
-  std::memcpy(out, reader->memory + reader->memoryOffset, taken);
+  if (taken != 0) // an empty buffer may be null
+    std::memcpy(out, reader->memory + reader->memoryOffset, taken);
   reader->memoryOffset += taken;
   return taken;
 }
@@ -38,7 +39,7 @@ ZBError loadChunk(ZBTraceReader *reader) {
   } catch (...) {
     return ZBErrorNoMemory;
   }
-  if (readBytes(reader, reader->chunk.data(), payload) != payload)
+  if (payload != 0 && readBytes(reader, reader->chunk.data(), payload) != payload)
     return ZBErrorIO;
   reader->threadID = loadU32(header + 4);
   reader->offset = 0;
