@@ -9,6 +9,7 @@
 #include "ZBBase.h"
 #include "ZBError.h"
 #include "ZBAlloc.h"
+#include "ZBBacktrace.h"
 #include "ZBBuffer.h"
 #include "ZBEnvironment.h"
 #include "ZBFile.h"

@@ -3,6 +3,7 @@
 // platform's library does not carry yet keep their place with no work, so
 // the order stays the one every build shares.
 #include "ZBLogPrivate.h"
+#include "ZBPlatform.h"
 #include "ZBThreadPrivate.h"
 #include "ZBTimePrivate.h"
 #include "qprintfEngine.h"
@@ -22,7 +23,7 @@ constexpr StartupStep kStartupSteps[] = {
     {"threads", _ZBThreadStartup},
     {"thread keys", _ZBThreadKeyStartup},
     {"system information", nullptr},
-    {"backtraces", nullptr},
+    {"backtraces", zb::platform::prepareBacktraces},
     {"format conversions", qprintf_builtins_init},
     {"process path", nullptr},
     {"dynamic libraries", nullptr},
