@@ -6,6 +6,7 @@
 
 #include "ZBError.h"
 
+#include <winsock2.h>
 #include <windows.h>
 
 #include <cstdint>
