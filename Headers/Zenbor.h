@@ -15,6 +15,7 @@
 #include "ZBFile.h"
 #include "ZBFileDescriptor.h"
 #include "ZBInitializer.h"
+#include "ZBLibrary.h"
 #include "ZBLock.h"
 #include "ZBLog.h"
 #include "ZBOption.h"
