@@ -86,6 +86,20 @@
   X(CancelIoEx)                                                                 \
                                                                                 \
                                                                                 \
+  /* Virtual memory and mirrored mappings */                                    \
+  X(VirtualAlloc)                                                               \
+  X(VirtualFree)                                                                \
+  X(VirtualProtect)                                                             \
+  X(CreateFileMappingW)                                                         \
+  X(MapViewOfFileEx)                                                            \
+  X(UnmapViewOfFile)                                                            \
+                                                                                \
+                                                                                \
+  /* Dynamic libraries and images */                                            \
+  X(LoadLibraryExW)                                                             \
+  X(GetModuleHandleExW)                                                         \
+                                                                                \
+                                                                                \
   /* Time zones */                                                              \
   X(GetDynamicTimeZoneInformation)                                              \
   X(EnumDynamicTimeZoneInformation)                                             \
