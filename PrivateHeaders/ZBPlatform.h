@@ -35,6 +35,10 @@ void writeLogFile(void *file, const char *bytes, size_t length) noexcept;
 // nothing: the log opens its configuration file here while it holds its lock.
 std::FILE *openStream(const char *path, const char *mode) noexcept;
 
+// The backtrace service's start-up step: whatever later captures need and
+// must not acquire while other threads are stopped (on Windows, the table of
+// the modules' unwind data and the loader's notifications that keep it).
+void prepareBacktraces() noexcept;
 // Prints the calling thread's stack to standard error.
 void printBacktrace() noexcept;
 // Ends the process at once: the platform's abnormal end, then _exit(1).
@@ -42,7 +46,6 @@ void printBacktrace() noexcept;
 
 // Calls `visit` with each name=value string of the process environment
 // (UTF-8, hidden drive entries skipped).
-void enumerateEnvironment(void (*visit)(const char *entry, void *context),
-                          void *context) noexcept;
+void enumerateEnvironment(void (*visit)(const char *entry, void *context), void *context) noexcept;
 
 } // namespace zb::platform

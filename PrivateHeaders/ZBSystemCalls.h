@@ -91,6 +91,20 @@
   /* Streams (zone files, the log's configuration file) */                     \
   X(_wfopen)                                                                    \
                                                                                 \
+  /* Virtual memory and mirrored mappings */                                    \
+  X(VirtualAlloc)                                                               \
+  X(VirtualFree)                                                                \
+  X(VirtualProtect)                                                             \
+  X(CreateFileMappingW)                                                         \
+  X(MapViewOfFileEx)                                                            \
+  X(UnmapViewOfFile)                                                            \
+                                                                                \
+                                                                                \
+  /* Dynamic libraries and images */                                            \
+  X(LoadLibraryExW)                                                             \
+  X(GetModuleHandleExW)                                                         \
+                                                                                \
+                                                                                \
   /* Time zones */                                                              \
   X(GetDynamicTimeZoneInformation)                                              \
   X(EnumDynamicTimeZoneInformation)                                             \

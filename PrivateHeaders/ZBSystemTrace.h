@@ -1,6 +1,6 @@
-// Spans in the operating system's own trace (the system trace), which show
-// where the library's threads wait. The span calls cost nothing while no
-// system trace is attached, which is always the case in this build.
+// Spans of the system trace, which show where the library's threads wait:
+// they go into the running trace session (ZBTrace.h) and cost one load
+// while none records.
 #pragma once
 
 #include "ZBBase.h"

@@ -26,6 +26,8 @@ extern void (*_gZBThreadStartHook)(void);
 
 // Adds the ID to the suspend registry unless an entry for it is there.
 void _ZBThreadSuspendRegistryAddUnlessPresent(uint32_t threadID) noexcept;
+// Whether the ID has an entry, suspendable or not.
+bool _ZBThreadSuspendRegistryContains(uint32_t threadID) noexcept;
 // Calls `visit` with the ID of every suspendable entry, newest first, while
 // holding the suspend registry's mutex, so no thread can enter or leave the
 // registry meanwhile.

@@ -29,4 +29,29 @@ inline ULONGLONG unbiasedInterruptTime() noexcept {
   return ticks;
 }
 
+// Placeholders (Windows 10 1803 and later): VirtualAlloc2 and
+// MapViewOfFile3, with their extended-parameter arrays left untyped since
+// the library passes none. Null where the system lacks them.
+using VirtualAlloc2Function = PVOID(WINAPI *)(HANDLE process, PVOID base, SIZE_T size,
+                                              ULONG allocationType, ULONG protection,
+                                              void *parameters, ULONG parameterCount);
+using MapViewOfFile3Function = PVOID(WINAPI *)(HANDLE mapping, HANDLE process, PVOID base,
+                                               ULONG64 offset, SIZE_T size, ULONG allocationType,
+                                               ULONG protection, void *parameters,
+                                               ULONG parameterCount);
+struct PlaceholderFunctions {
+  VirtualAlloc2Function virtualAlloc2;
+  MapViewOfFile3Function mapViewOfFile3;
+};
+// Looked up once; both null unless the system has both.
+const PlaceholderFunctions &placeholderFunctions() noexcept;
+
+// ntdll's LdrRegisterDllNotification, looked up once; null where missing.
+// The notification's data is declared where it is used.
+using LdrDllNotificationFunction = VOID(CALLBACK *)(ULONG reason, const void *data, PVOID context);
+using LdrRegisterDllNotificationFunction = LONG(NTAPI *)(ULONG flags,
+                                                         LdrDllNotificationFunction function,
+                                                         PVOID context, PVOID *cookie);
+LdrRegisterDllNotificationFunction ldrRegisterDllNotification() noexcept;
+
 } // namespace zb::winapi

@@ -177,13 +177,13 @@ TEST(ZBSpinLockDeathTest, VerifyingReleaseOfAFreeOrCorruptLockIsFatal) {
 // only; the host build has the mutexes and spin locks above.
 #ifdef _WIN32
 
-// Each kind of lock records the identifier the tracer gives its name; this
-// build has no tracer, so every name is 0, and locks set up in the
-// caller's storage work and are undone by their Destroy.
+// Each kind of lock records the identifier the tracer gives its name (1 or
+// more, 0 for none), and locks set up in the caller's storage work and are
+// undone by their Destroy.
 TEST(ZBLock, TraceNamesAreTheTracersIdentifiers) {
   EXPECT_FALSE(ZBTraceIsInitialized());
-  for (const char *name : {"zb-lock", "", static_cast<const char *>(nullptr)})
-    EXPECT_EQ(0, ZBTraceDefineName(name)) << (name ? name : "(null)");
+  EXPECT_GE(ZBTraceDefineName("zb-lock"), 1);
+  EXPECT_EQ(0, ZBTraceDefineName(nullptr));
   ZBMutex mutex;
   ASSERT_TRUE(ZBMutexInitNR(&mutex));
   EXPECT_EQ(ZBTraceDefineName("zb-mutex"), ZBMutexSetTraceName(&mutex, "zb-mutex"));

@@ -13,6 +13,7 @@
 #include "ZBScopedLock.h"
 #include "ZBString.h"
 #include "ZBThread.h"
+#include "ZBTracePrivate.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -175,6 +176,8 @@ extern "C" int32_t ZBEnvironmentSetEnv(const char *name, const char *value,
   // Reconfiguration runs after the environment lock is released.
   if (stored && startsWith(name, "ZBLOG_"))
     ZBLogEnvironmentReset();
+  if (stored && startsWith(name, "ZB_TRACE_"))
+    zb::trace::readConfiguration();
   return result;
 }
 

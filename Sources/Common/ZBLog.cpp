@@ -19,6 +19,7 @@
 #include "ZBPrint.h"
 #include "ZBScopedLock.h"
 #include "ZBString.h"
+#include "ZBTracePrivate.h"
 
 #include <cerrno>
 #include <cstring>
@@ -149,8 +150,36 @@ void decorateLine(LineText &out, int32_t level, const char *function, const char
              identity.text(), function ? function : "", levelName(level), message, "");
 }
 
+// While a session records, lines at or above the tracer's level (Error and
+// Warning unless ZB_TRACE_LEVEL says otherwise), and every line of a
+// Trace-flagged site, go to the trace as their short record.
+bool goesToTrace(int32_t level, uint32_t flags) {
+  if (!zb::trace::recording())
+    return false;
+  if (flags & ZBLogSiteFlagTrace)
+    return true;
+  return level >= ZBLogLevelFatal && level <= zb::trace::gLogLevel.load(std::memory_order_relaxed);
+}
+
+// "[file:line] function: LEVEL message", each part cut to its limit.
+void traceLine(int32_t level, const char *function, const char *file, uint32_t line,
+               const char *format, va_list arguments) {
+  char message[250];
+  vqsnprintf(message, sizeof message, format, arguments);
+  LineText record;
+  record.format("[%.127s:%u] %.250s: %s %s", baseName(file), line, function ? function : "",
+                levelName(level), message);
+  zb::trace::recordLogLine(record.text());
+}
+
 void writeLine(int32_t level, uint32_t flags, const char *function, const char *file,
                uint32_t line, const char *format, va_list arguments) {
+  if (goesToTrace(level, flags)) {
+    va_list tracing;
+    va_copy(tracing, arguments);
+    traceLine(level, function, file, line, format, tracing);
+    va_end(tracing);
+  }
   if ((flags & ZBLogSiteFlagTrace) == 0) {
     LineText message;
     message.formatList(format, arguments);

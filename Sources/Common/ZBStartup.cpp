@@ -2,9 +2,12 @@
 // in the order the modules depend on each other. Steps of services that this
 // platform's library does not carry yet keep their place with no work, so
 // the order stays the one every build shares.
+#include "ZBLibraryPrivate.h"
 #include "ZBLogPrivate.h"
+#include "ZBPlatform.h"
 #include "ZBThreadPrivate.h"
 #include "ZBTimePrivate.h"
+#include "ZBTracePrivate.h"
 #include "qprintfEngine.h"
 
 #include <atomic>
@@ -22,12 +25,16 @@ constexpr StartupStep kStartupSteps[] = {
     {"threads", _ZBThreadStartup},
     {"thread keys", _ZBThreadKeyStartup},
     {"system information", nullptr},
-    {"backtraces", nullptr},
+    {"backtraces", zb::platform::prepareBacktraces},
     {"format conversions", qprintf_builtins_init},
     {"process path", nullptr},
+#if defined(_WIN32)
+    {"dynamic libraries", _ZBLibraryStartup},
+#else
     {"dynamic libraries", nullptr},
+#endif
     {"system information", nullptr},
-    {"tracing configuration", nullptr},
+    {"tracing configuration", _ZBTraceStartup},
 };
 
 std::atomic<int> sStartups{0};

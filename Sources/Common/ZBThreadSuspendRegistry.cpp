@@ -41,8 +41,8 @@ SuspendEntry *find(uint32_t threadID) {
 
 // Callers hold the lock. Allocation failures leave the thread out.
 void addUnsafe(uint32_t threadID) {
-  auto *entry = static_cast<SuspendEntry *>(_ZBAllocWithZoneAndDesc(
-      nullptr, sizeof(SuspendEntry), "_ZBThreadSuspendAddUnsafe"));
+  auto *entry = static_cast<SuspendEntry *>(
+      _ZBAllocWithZoneAndDesc(nullptr, sizeof(SuspendEntry), "_ZBThreadSuspendAddUnsafe"));
   if (entry == nullptr)
     return;
   *entry = SuspendEntry{sNewest, threadID, 1};
@@ -89,4 +89,9 @@ void _ZBThreadSuspendRegistryVisitSuspendable(void (*visit)(uint32_t threadID)) 
   for (SuspendEntry *entry = sNewest; entry != nullptr; entry = entry->next)
     if (entry->suspendable != 0)
       visit(entry->threadID);
+}
+
+bool _ZBThreadSuspendRegistryContains(uint32_t threadID) noexcept {
+  zb::ScopedLock lock(registryMutex());
+  return find(threadID) != nullptr;
 }

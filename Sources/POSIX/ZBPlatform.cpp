@@ -60,6 +60,9 @@ void writeLogFile(void *file, const char *bytes, size_t length) noexcept {
   fsync(fd);
 }
 
+// glibc's backtrace() needs nothing made ahead of time.
+void prepareBacktraces() noexcept {}
+
 void printBacktrace() noexcept {
   void *frames[64];
   const int count = backtrace(frames, 64);
@@ -67,12 +70,9 @@ void printBacktrace() noexcept {
   backtrace_symbols_fd(frames, count, STDERR_FILENO);
 }
 
-void abortProcess() noexcept {
-  std::abort();
-}
+void abortProcess() noexcept { std::abort(); }
 
-void enumerateEnvironment(void (*visit)(const char *entry, void *context),
-                          void *context) noexcept {
+void enumerateEnvironment(void (*visit)(const char *entry, void *context), void *context) noexcept {
   for (char **entry = environ; entry != nullptr && *entry != nullptr; ++entry)
     visit(*entry, context);
 }

@@ -1,5 +1,6 @@
 // The clock services that platform-neutral code calls, for the native build:
-// the time module's start-up step and the sleep, with the same millisecond
+// the time module's start-up step, the monotonic clock (the tracer's time
+// stamps) and the sleep, with the same millisecond
 // rules as on Windows so that callers (the spin locks' back-off) behave
 // alike on both.
 #include "ZBTime.h"
@@ -38,4 +39,10 @@ extern "C" void ZBHRSleep(int64_t nanoseconds) noexcept {
   }
   for (;;)
     pause();
+}
+
+extern "C" int64_t ZBHRTimeMonotonic(void) noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
 }

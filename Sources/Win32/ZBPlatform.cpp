@@ -3,6 +3,7 @@
 // abnormal end of the process and the system environment.
 #include "ZBPlatform.h"
 
+#include "ZBModuleTable.h"
 #include "ZBOwned.h"
 #include "ZBPathNT.h"
 #include "ZBString.h"
@@ -54,10 +55,9 @@ void *openLogFile(const char *path) noexcept {
   const zb::path::NTPath nt = zb::path::fileSystemPath(path);
   if (!nt)
     return nullptr;
-  HANDLE file = CreateFileW(nt.get(), GENERIC_WRITE,
-                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH,
-                            nullptr);
+  HANDLE file =
+      CreateFileW(nt.get(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                  nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_WRITE_THROUGH, nullptr);
   return file == INVALID_HANDLE_VALUE ? nullptr : file;
 }
 
@@ -82,6 +82,8 @@ std::FILE *openStream(const char *path, const char *mode) noexcept {
   return widePath ? zb::gSystemCalls._wfopen(reinterpret_cast<const wchar_t *>(widePath.get()), wideMode) : nullptr;
 }
 
+void prepareBacktraces() noexcept { zb::modules::prepare(); }
+
 void printBacktrace() noexcept {
   void *frames[kMaxBacktraceFrames];
   const USHORT count = RtlCaptureStackBackTrace(1, kMaxBacktraceFrames, frames, nullptr);
@@ -94,8 +96,8 @@ void printBacktrace() noexcept {
                            static_cast<LPCSTR>(frames[i]), &module))
       GetModuleFileNameA(module, name, sizeof name);
     const char *base = std::strrchr(name, '\\');
-    const uintptr_t offset = reinterpret_cast<uintptr_t>(frames[i]) -
-                             reinterpret_cast<uintptr_t>(module);
+    const uintptr_t offset =
+        reinterpret_cast<uintptr_t>(frames[i]) - reinterpret_cast<uintptr_t>(module);
     std::fprintf(stderr, "  #%02u %p %s+0x%llx\n", static_cast<unsigned>(i), frames[i],
                  base ? base + 1 : name, static_cast<unsigned long long>(offset));
   }
@@ -107,8 +109,7 @@ void abortProcess() noexcept {
   _exit(1);
 }
 
-void enumerateEnvironment(void (*visit)(const char *entry, void *context),
-                          void *context) noexcept {
+void enumerateEnvironment(void (*visit)(const char *entry, void *context), void *context) noexcept {
   wchar_t *block = GetEnvironmentStringsW();
   if (block == nullptr)
     return;

@@ -47,6 +47,37 @@ QueryUnbiasedInterruptTimeFunction resolveQueryUnbiasedInterruptTime() noexcept 
   return reader;
 }
 
+namespace {
+
+template <typename Function>
+Function functionFrom(FARPROC address) noexcept {
+  return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(address));
+}
+
+PlaceholderFunctions lookUpPlaceholderFunctions() noexcept {
+  PlaceholderFunctions functions{
+      functionFrom<VirtualAlloc2Function>(kernelFunction("VirtualAlloc2")),
+      functionFrom<MapViewOfFile3Function>(kernelFunction("MapViewOfFile3"))};
+  if (functions.virtualAlloc2 == nullptr || functions.mapViewOfFile3 == nullptr)
+    functions = {};
+  return functions;
+}
+
+} // namespace
+
+// Function-local statics: C++ makes their one-time look-up thread-safe.
+const PlaceholderFunctions &placeholderFunctions() noexcept {
+  static const PlaceholderFunctions functions = lookUpPlaceholderFunctions();
+  return functions;
+}
+
+LdrRegisterDllNotificationFunction ldrRegisterDllNotification() noexcept {
+  static const LdrRegisterDllNotificationFunction function =
+      functionFrom<LdrRegisterDllNotificationFunction>(
+          GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "LdrRegisterDllNotification"));
+  return function;
+}
+
 } // namespace zb::winapi
 
 static_assert(sizeof(BOOL) == sizeof(int32_t) && sizeof(ULONGLONG) == sizeof(uint64_t),

@@ -1,0 +1,35 @@
+// The loaded modules' address ranges and unwind tables (.pdata), kept in a
+// fixed table that the stack unwinder reads without a lock and without the
+// loader: the table is filled once and kept current by the loader's
+// load/unload notifications. Included by Sources/Win32 only.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+
+namespace zb::modules {
+
+// A module's image and its function table as found for one address.
+struct CodeRange {
+  uintptr_t base;                    // the module's load address
+  uintptr_t size;                    // its SizeOfImage
+  const RUNTIME_FUNCTION *functions; // sorted by BeginAddress; may be null
+  uint32_t functionCount;
+};
+
+// Fills the table from the modules loaded now and registers for the loader's
+// notifications. Once per process; later calls return at once. Takes the
+// loader lock the first time, so it is called before anything is stopped
+// (the library's start-up and the capturing functions call it).
+void prepare() noexcept;
+
+// The module holding `address`, read without a lock. False when no module of
+// the table holds it.
+bool find(uintptr_t address, CodeRange &out) noexcept;
+
+// The function-table entry covering `address` in `range`, by binary search;
+// null when the address has none (a leaf function).
+const RUNTIME_FUNCTION *functionEntry(const CodeRange &range, uintptr_t address) noexcept;
+
+} // namespace zb::modules

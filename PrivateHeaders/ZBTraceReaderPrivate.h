@@ -1,0 +1,37 @@
+// The trace reader's inside, shared by the reader's entry points, the JSON
+// exporter and the fuzzer: a reader over a file or over bytes in memory.
+#pragma once
+
+#include "ZBTrace.h"
+
+#include <cstdio>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+struct ZBTraceReader {
+  std::FILE *file = nullptr; // null: reading `memory`
+  const uint8_t *memory = nullptr;
+  size_t memorySize = 0;
+  size_t memoryOffset = 0;
+  uint32_t processID = 0;
+  std::vector<uint8_t> chunk; // the payload of the chunk being read
+  size_t offset = 0;          // the next record in `chunk`
+  uint32_t threadID = 0;
+  ZBError stop = ZBErrorNone; // once set, every later call answers it
+  std::unordered_map<int32_t, std::string> names;
+  std::string text;
+
+  ~ZBTraceReader() {
+    if (file != nullptr)
+      std::fclose(file);
+  }
+};
+
+namespace zb::trace {
+
+// Reads the file header of a reader whose source is set; ZBErrorIO when it
+// is not a trace.
+ZBError readFileHeader(ZBTraceReader *reader) noexcept;
+
+} // namespace zb::trace
