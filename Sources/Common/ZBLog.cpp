@@ -21,6 +21,7 @@
 #include "ZBString.h"
 #include "ZBTracePrivate.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <pthread.h>
@@ -80,6 +81,20 @@ BaseName baseNameOf(const char *file) {
   if (!splits)
     return {ZBPrintGetNullString(), static_cast<int>(std::strlen(ZBPrintGetNullString()))};
   return {file + split.baseStart, static_cast<int>(split.baseLength)};
+}
+
+// The short record's file name: trailing separators dropped, then what
+// follows the last one, at most 127 characters. Unlike the line's base name
+// it has no length limit to refuse.
+BaseName shortRecordBaseNameOf(const char *file) {
+  const char *text = file ? file : "";
+  size_t end = std::strlen(text);
+  while (end > 0 && (text[end - 1] == '/' || text[end - 1] == '\\'))
+    --end;
+  size_t start = end;
+  while (start > 0 && text[start - 1] != '/' && text[start - 1] != '\\')
+    --start;
+  return {text + start, static_cast<int>(std::min<size_t>(end - start, 127))};
 }
 
 // The caller's thread name; "" until the thread is named.
@@ -167,8 +182,9 @@ void traceLine(int32_t level, const char *function, const char *file, uint32_t l
   char message[250];
   vqsnprintf(message, sizeof message, format, arguments);
   LineText record;
-  record.format("[%.127s:%u] %.250s: %s %s", baseName(file), line, function ? function : "",
-                levelName(level), message);
+  const BaseName base = shortRecordBaseNameOf(file);
+  record.format("[%.*s:%u] %.250s: %s %s", base.length, base.text, line,
+                function ? function : "", levelName(level), message);
   zb::trace::recordLogLine(record.text());
 }
 

@@ -3,11 +3,13 @@
 // abnormal end of the process and the system environment.
 #include "ZBPlatform.h"
 
+// First: the table brings Winsock, whose headers must precede windows.h.
+#include "ZBSystemCalls.h"
+
 #include "ZBModuleTable.h"
 #include "ZBOwned.h"
 #include "ZBPathNT.h"
 #include "ZBString.h"
-#include "ZBSystemCalls.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
 
