@@ -70,13 +70,12 @@ ZB_EXPORT ZBError ZBLibraryCopyPathForAddress(const void *address, char **outPat
 
 /** Called for each section: its full name, address and size in memory;
     false stops the walk. */
-typedef bool (*ZBImageSectionCallback)(const char *name, void *address, size_t size,
-                                       void *context);
+typedef bool (*ZBImageSectionCallback)(const char *name, void *address, size_t size, void *context);
 /** Called for each loaded image: its path, base and size; false stops. */
 typedef bool (*ZBImageCallback)(const char *path, void *base, size_t size, void *context);
 /** Called after an image was loaded (`loaded` true) or before it goes. */
-typedef void (*ZBImageNotificationCallback)(bool loaded, const char *path, void *base,
-                                            size_t size, void *context);
+typedef void (*ZBImageNotificationCallback)(bool loaded, const char *path, void *base, size_t size,
+                                            void *context);
 
 /** Finds the section `name` (long names such as ".debug_line" included) of
     the loaded image at `imageBase` and stores its address and size in
