@@ -1,7 +1,8 @@
 // The codes and texts of failed loads that Wine cannot produce on demand:
 // each row of the load-error table injected through the system-call
 // table, the English text with the path put in for the message's "%1",
-// and the neutral "error N" for an error the system has no text for.
+// and the neutral "error N" for an error the system has no text for. Also
+// an image whose file cannot be read for its long section names.
 #include "ZBAlloc.h"
 #include "ZBLibrary.h"
 #include "ZBSystemCallInjection.h"
@@ -61,6 +62,42 @@ TEST(ZBLibraryFailure, EachLoadErrorGivesItsCodeAndText) {
   const std::string text = lastError();
   EXPECT_NE(text.find("C:/lib/injected.dll", 5), std::string::npos)
       << "the message's own mention of the file: " << text;
+}
+
+HANDLE WINAPI failingOpen(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
+  SetLastError(ERROR_SHARING_VIOLATION);
+  return INVALID_HANDLE_VALUE;
+}
+
+TEST(ZBImageFailure, UnreadableLongNamesLeaveTheShortOnes) {
+  char program[MAX_PATH];
+  GetModuleFileNameA(nullptr, program, MAX_PATH);
+  std::string fixture(program);
+  fixture.replace(fixture.find_last_of("\\/") + 1, std::string::npos, "zb_fixture_dwarf5.dll");
+  HMODULE module = LoadLibraryA(fixture.c_str());
+  ASSERT_NE(module, nullptr) << fixture;
+
+  zb::test::ScopedSystemCall fail(zb::gSystemCalls.CreateFileW, failingOpen);
+  void *address = nullptr;
+  size_t size = 0;
+  EXPECT_EQ(ZBImageGetSection(module, ".text", &address, &size), ZBErrorNone);
+  EXPECT_GT(size, 0u);
+  EXPECT_EQ(ZBImageGetSection(module, ".debug_line", &address, &size), ZBErrorIO);
+  std::vector<std::string> names;
+  EXPECT_EQ(ZBImageEnumerateSections(
+                module,
+                [](const char *name, void *, size_t, void *context) {
+                  static_cast<std::vector<std::string> *>(context)->push_back(name);
+                  return true;
+                },
+                &names),
+            ZBErrorIO);
+  size_t longNames = 0;
+  for (const std::string &name : names)
+    longNames += name.size() > 1 && name[0] == '/' && isdigit(static_cast<unsigned char>(name[1]));
+  EXPECT_GT(longNames, 3u) << "the debug sections, by their string-table offsets";
+  EXPECT_GT(names.size(), longNames);
+  FreeLibrary(module);
 }
 
 } // namespace
