@@ -86,6 +86,13 @@
   X(CancelIoEx)                                                                 \
                                                                                 \
                                                                                 \
+  /* Time zones */                                                              \
+  X(GetDynamicTimeZoneInformation)                                              \
+  X(EnumDynamicTimeZoneInformation)                                             \
+  X(GetDynamicTimeZoneInformationEffectiveYears)                                \
+  X(GetTimeZoneInformationForYear)                                              \
+                                                                                \
+                                                                                \
   /* Virtual memory and mirrored mappings */                                    \
   X(VirtualAlloc)                                                               \
   X(VirtualFree)                                                                \
@@ -98,13 +105,6 @@
   /* Dynamic libraries and images */                                            \
   X(LoadLibraryExW)                                                             \
   X(GetModuleHandleExW)                                                         \
-                                                                                \
-                                                                                \
-  /* Time zones */                                                              \
-  X(GetDynamicTimeZoneInformation)                                              \
-  X(EnumDynamicTimeZoneInformation)                                             \
-  X(GetDynamicTimeZoneInformationEffectiveYears)                                \
-  X(GetTimeZoneInformationForYear)                                              \
                                                                                 \
 // clang-format on
 
