@@ -70,29 +70,30 @@ ZB_EXPORT ZBError ZBLibraryCopyPathForAddress(const void *address, char **outPat
 
 /** Called for each section: its full name, address and size in memory;
     false stops the walk. */
-typedef bool (*ZBImageSectionCallback)(const char *name, void *address, size_t size,
-                                       void *context);
+typedef bool (*ZBImageSectionCallback)(const char *name, void *address, size_t size, void *context);
 /** Called for each loaded image: its path, base and size; false stops. */
 typedef bool (*ZBImageCallback)(const char *path, void *base, size_t size, void *context);
 /** Called after an image was loaded (`loaded` true) or before it goes. */
-typedef void (*ZBImageNotificationCallback)(bool loaded, const char *path, void *base,
-                                            size_t size, void *context);
+typedef void (*ZBImageNotificationCallback)(bool loaded, const char *path, void *base, size_t size,
+                                            void *context);
 
 /** Finds the section `name` (long names such as ".debug_line" included) of
     the loaded image at `imageBase` and stores its address and size in
     memory.
     @return 0; ZBErrorInvalidArgument for a null argument or a base that
     does not start a loaded image; ZBErrorNotFound (-40) when the image has
-    no such section; ZBErrorIO when the image's long section names cannot
-    be read from its file. */
+    no such section; ZBErrorIO (or ZBErrorNoMemory) when it has none of
+    that name among the short names and its long names cannot be read from
+    its file. */
 ZB_EXPORT ZBError ZBImageGetSection(const void *imageBase, const char *name, void **outAddress,
                                     size_t *outSize) ZB_NOEXCEPT;
 
 /** Calls `callback` for each section of the loaded image at `imageBase`, in
-    the order of its section table, until it returns false.
+    the order of its section table, until it returns false. Long names
+    that cannot be read from the image's file are given as their "/N".
     @return 0; ZBErrorInvalidArgument for a null argument or a base that
-    does not start a loaded image; ZBErrorIO when the image's long section
-    names cannot be read from its file. */
+    does not start a loaded image; ZBErrorIO (or ZBErrorNoMemory) when the
+    long names could not be read, after the walk. */
 ZB_EXPORT ZBError ZBImageEnumerateSections(const void *imageBase, ZBImageSectionCallback callback,
                                            void *context) ZB_NOEXCEPT;
 

@@ -22,6 +22,7 @@
 #include "ZBPath.h"
 #include "ZBPrint.h"
 #include "ZBProcess.h"
+#include "ZBSetJmp.h"
 #include "ZBSocket.h"
 #include "ZBSocketAddress.h"
 #include "ZBString.h"

@@ -91,6 +91,13 @@
   /* Streams (zone files, the log's configuration file) */                     \
   X(_wfopen)                                                                    \
                                                                                 \
+  /* Time zones */                                                              \
+  X(GetDynamicTimeZoneInformation)                                              \
+  X(EnumDynamicTimeZoneInformation)                                             \
+  X(GetDynamicTimeZoneInformationEffectiveYears)                                \
+  X(GetTimeZoneInformationForYear)                                              \
+                                                                                \
+                                                                                \
   /* Virtual memory and mirrored mappings */                                    \
   X(VirtualAlloc)                                                               \
   X(VirtualFree)                                                                \
@@ -103,13 +110,6 @@
   /* Dynamic libraries and images */                                            \
   X(LoadLibraryExW)                                                             \
   X(GetModuleHandleExW)                                                         \
-                                                                                \
-                                                                                \
-  /* Time zones */                                                              \
-  X(GetDynamicTimeZoneInformation)                                              \
-  X(EnumDynamicTimeZoneInformation)                                             \
-  X(GetDynamicTimeZoneInformationEffectiveYears)                                \
-  X(GetTimeZoneInformationForYear)                                              \
                                                                                 \
 // clang-format on
 

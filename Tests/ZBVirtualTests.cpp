@@ -178,28 +178,36 @@ TEST_P(MirrorMethodTest, FourThreadsAllocateAndFreeConcurrently) {
   if (probe != nullptr)
     ZBVirtualFreeMirrored(probe, ZBVirtualGetAllocationGranularity());
 
-  std::atomic<int> failures{0};
+  std::atomic<int> allocationFailures{0}, mismatches{0}, freeFailures{0};
+  std::atomic<ZBError> lastFailure{ZBErrorNone};
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t)
-    threads.emplace_back([&failures, t] {
+    threads.emplace_back([&, t] {
       const size_t size = ZBVirtualGetAllocationGranularity() * static_cast<size_t>(1 + t % 2);
       for (int cycle = 0; cycle < 1000; ++cycle) {
         void *address = nullptr;
-        if (ZBVirtualAllocateMirrored(size, &address) != ZBErrorNone) {
-          ++failures;
+        const ZBError allocated = ZBVirtualAllocateMirrored(size, &address);
+        if (allocated != ZBErrorNone) {
+          ++allocationFailures;
+          lastFailure = allocated;
           continue;
         }
         auto *bytes = static_cast<volatile int *>(address);
         bytes[0] = cycle;
         if (bytes[size / sizeof(int)] != cycle)
-          ++failures;
-        if (ZBVirtualFreeMirrored(address, size) != ZBErrorNone)
-          ++failures;
+          ++mismatches;
+        const ZBError freed = ZBVirtualFreeMirrored(address, size);
+        if (freed != ZBErrorNone) {
+          ++freeFailures;
+          lastFailure = freed;
+        }
       }
     });
   for (std::thread &thread : threads)
     thread.join();
-  EXPECT_EQ(failures.load(), 0);
+  EXPECT_EQ(allocationFailures.load(), 0) << "the last code: " << lastFailure.load();
+  EXPECT_EQ(mismatches.load(), 0);
+  EXPECT_EQ(freeFailures.load(), 0) << "the last code: " << lastFailure.load();
 
   void *address = &address;
   for (size_t size : {size_t{0}, size_t{4096}, ZBVirtualGetAllocationGranularity() + size_t{4096},

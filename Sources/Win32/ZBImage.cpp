@@ -82,17 +82,19 @@ ZBError readStringTable(const MappedImage &image, StringTable *out) noexcept {
   return readExactly(file.get(), offset, out->bytes.get(), size) ? ZBErrorNone : ZBErrorIO;
 }
 
+// Walks the sections until `visit` returns false. When the string table
+// cannot be read, long names are given as their "/N" and the walk still
+// covers every section; its result then says why the names are missing.
 template <typename Visit>
 ZBError visitSections(const void *imageBase, Visit visit) noexcept {
   MappedImage image;
   if (!readMappedImage(imageBase, &image))
     return ZBErrorInvalidArgument;
   StringTable strings;
+  ZBError namesResult = ZBErrorNone;
   for (uint16_t index = 0; index < image.headers.sectionCount; ++index)
     if (pe::hasLongName(pe::sectionAt(image.base, image.headers, index))) {
-      const ZBError result = readStringTable(image, &strings);
-      if (result != ZBErrorNone)
-        return result;
+      namesResult = readStringTable(image, &strings);
       break;
     }
   for (uint16_t index = 0; index < image.headers.sectionCount; ++index) {
@@ -105,7 +107,7 @@ ZBError visitSections(const void *imageBase, Visit visit) noexcept {
                size_t{section.virtualSize != 0 ? section.virtualSize : section.rawSize}))
       break;
   }
-  return ZBErrorNone;
+  return namesResult;
 }
 
 // The data of ntdll's load and unload notifications.
@@ -156,7 +158,8 @@ extern "C" ZBError ZBImageGetSection(const void *imageBase, const char *name, vo
         found = true;
         return false;
       });
-  return result != ZBErrorNone ? result : found ? ZBErrorNone : ZBErrorNotFound;
+  // A short name is found even when the long ones could not be read.
+  return found ? ZBErrorNone : result != ZBErrorNone ? result : ZBErrorNotFound;
 }
 
 extern "C" ZBError ZBImageEnumerateSections(const void *imageBase, ZBImageSectionCallback callback,

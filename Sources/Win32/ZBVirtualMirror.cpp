@@ -7,7 +7,8 @@
 // refuses placeholders, as Wine does with error 87) the range is reserved to
 // find a free spot, released, and both views are mapped at fixed addresses;
 // another thread's allocation can land in the hole between, so the attempt
-// is repeated a bounded number of times.
+// is repeated a bounded number of times. The library's own mirrors take
+// turns at this, so that they do not take each other's holes.
 #include "ZBVirtual.h"
 
 #include "ZBSystemCalls.h"
@@ -31,6 +32,9 @@ constexpr ULONG kMemPreservePlaceholder = 0x00000002;
 constexpr int kReserveAndMapAttempts = 16;
 
 std::atomic<MirrorMethod> gForcedMethod{MirrorMethod::Automatic};
+// Set when the system refused placeholders as an invalid request: it will
+// refuse them every time, so the automatic choice stops asking.
+std::atomic<bool> gPlaceholdersRefused{false};
 
 struct Section {
   explicit Section(size_t size) noexcept
@@ -82,24 +86,37 @@ char *mapIntoPlaceholders(HANDLE section, size_t size) noexcept {
   return nullptr;
 }
 
+// Mirrors made this way in this process would take each other's freed
+// ranges most of all (the system hands out the lowest free range, which is
+// the one just freed), so they take turns; other allocations can still
+// land in the hole, and cost a retry.
+SRWLOCK gFreedRangeLock = SRWLOCK_INIT;
+
 // The reserve / free / map-twice way. Null with ERROR_INVALID_ADDRESS
 // when every attempt lost the range to another allocation.
 char *mapIntoFreedRange(HANDLE section, size_t size) noexcept {
   for (int attempt = 0; attempt < kReserveAndMapAttempts; ++attempt) {
+    AcquireSRWLockExclusive(&gFreedRangeLock);
     auto *range = static_cast<char *>(
         zb::gSystemCalls.VirtualAlloc(nullptr, 2 * size, MEM_RESERVE, PAGE_NOACCESS));
-    if (range == nullptr)
+    if (range == nullptr) {
+      ReleaseSRWLockExclusive(&gFreedRangeLock);
       return nullptr;
+    }
     zb::gSystemCalls.VirtualFree(range, 0, MEM_RELEASE);
     if (gMirrorRaceHook != nullptr)
       gMirrorRaceHook(range, 2 * size);
     void *low = zb::gSystemCalls.MapViewOfFileEx(section, FILE_MAP_ALL_ACCESS, 0, 0, size, range);
-    if (low == nullptr)
-      continue;
-    if (zb::gSystemCalls.MapViewOfFileEx(section, FILE_MAP_ALL_ACCESS, 0, 0, size, range + size) !=
-        nullptr)
+    void *high = low == nullptr ? nullptr
+                                : zb::gSystemCalls.MapViewOfFileEx(section, FILE_MAP_ALL_ACCESS, 0,
+                                                                   0, size, range + size);
+    ReleaseSRWLockExclusive(&gFreedRangeLock);
+    if (high != nullptr)
       return range;
-    zb::gSystemCalls.UnmapViewOfFile(low);
+    if (low != nullptr)
+      zb::gSystemCalls.UnmapViewOfFile(low);
+    // Let the allocation that took the range finish before the next try.
+    SwitchToThread();
   }
   SetLastError(ERROR_INVALID_ADDRESS);
   return nullptr;
@@ -130,10 +147,15 @@ extern "C" ZBError ZBVirtualAllocateMirrored(size_t size, void **outAddress) noe
 
   const MirrorMethod method = gForcedMethod.load();
   char *mirror = nullptr;
-  if (method != MirrorMethod::ReserveAndMap) {
+  if (method == MirrorMethod::Placeholders ||
+      (method == MirrorMethod::Automatic &&
+       !gPlaceholdersRefused.load(std::memory_order_relaxed))) {
     mirror = mapIntoPlaceholders(section.handle, size);
+    const DWORD error = mirror == nullptr ? GetLastError() : ERROR_SUCCESS;
+    if (error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED)
+      gPlaceholdersRefused.store(true, std::memory_order_relaxed);
     if (mirror == nullptr && method == MirrorMethod::Placeholders)
-      return GetLastError() == ERROR_NOT_ENOUGH_MEMORY ? ZBErrorNoMemory : ZBErrorUnsupported;
+      return error == ERROR_NOT_ENOUGH_MEMORY ? ZBErrorNoMemory : ZBErrorUnsupported;
   }
   if (mirror == nullptr) {
     mirror = mapIntoFreedRange(section.handle, size);
