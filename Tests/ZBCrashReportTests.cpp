@@ -40,9 +40,14 @@ std::vector<std::string> crashFiles(const std::string &directory, const char *pa
   return files;
 }
 
-void emptyDirectory(const std::string &directory) {
+void removeDirectory(const std::string &directory) {
   for (const std::string &file : crashFiles(directory, "*.*"))
     DeleteFileA(file.c_str());
+  RemoveDirectoryA(directory.c_str());
+}
+
+void emptyDirectory(const std::string &directory) {
+  removeDirectory(directory);
   CreateDirectoryA(directory.c_str(), nullptr);
 }
 
@@ -56,8 +61,10 @@ LONG WINAPI previousFilter(EXCEPTION_POINTERS *) {
 }
 
 // In the child: a filter of the program's own, then the reporter, then a
-// log line the report must hold.
+// log line the report must hold. The main thread joins the registry, so
+// that a crash on another thread reports its stack too.
 void installInChild(const std::string &directory, uint32_t flags = 0) {
+  ZBThreadSuspendAdd(GetCurrentThreadId());
   gMarkerPath = directory + "\\previous-filter-ran";
   SetUnhandledExceptionFilter(previousFilter);
   if (ZBCrashReportInstall(directory.c_str(), flags) != ZBErrorNone)
@@ -86,6 +93,7 @@ void *overflowOnThread(void *) {
 __attribute__((noinline)) void crashOnAnotherThread() {
   const ZBThread thread = ZBThreadCreate("zb-overflow", overflowOnThread, nullptr, -1.0, 0, 0);
   ZBThreadJoin(thread, nullptr);
+  __asm__ volatile("" ::: "memory"); // not a tail call: this frame stays on the stack
 }
 
 __attribute__((noinline)) void crashByZBAbort() { ZBAbort(); }
@@ -108,7 +116,8 @@ struct CrashCase {
   const char *name;
   void (*crash)();
   DWORD code;
-  const char *function; // a frame the report must name
+  const char *function;            // a frame the report must name
+  const char *otherThreadFunction; // a frame of the waiting main thread, if any
   bool previousFilterRuns;
   bool needsRuntimePurecallHandler;
 };
@@ -116,15 +125,16 @@ struct CrashCase {
 void stackOverflowOnMain() { crashByStackOverflow(0); }
 
 const CrashCase kCrashCases[] = {
-    {"NullWrite", crashByNullWrite, 0xC0000005, "crashByNullWrite", true, false},
-    {"StackOverflowOnMainThread", stackOverflowOnMain, 0xC00000FD, "crashByStackOverflow", false,
-     false},
-    {"StackOverflowOnAnotherThread", crashOnAnotherThread, 0xC00000FD, "crashByStackOverflow",
+    {"NullWrite", crashByNullWrite, 0xC0000005, "crashByNullWrite", nullptr, true, false},
+    {"StackOverflowOnMainThread", stackOverflowOnMain, 0xC00000FD, "crashByStackOverflow", nullptr,
      false, false},
-    {"ZBAbort", crashByZBAbort, 0xC0000025, "crashByZBAbort", true, false},
-    {"Abort", crashByAbort, 0x40000015, "crashByAbort", false, false},
-    {"Terminate", crashByTerminate, 0x40000015, "crashByTerminate", false, false},
-    {"PureVirtualCall", crashByPureVirtualCall, 0x40000015, "crashByPureVirtualCall", false, true},
+    {"StackOverflowOnAnotherThread", crashOnAnotherThread, 0xC00000FD, "crashByStackOverflow",
+     "crashOnAnotherThread", false, false},
+    {"ZBAbort", crashByZBAbort, 0xC0000025, "crashByZBAbort", nullptr, true, false},
+    {"Abort", crashByAbort, 0x40000015, "crashByAbort", nullptr, false, false},
+    {"Terminate", crashByTerminate, 0x40000015, "crashByTerminate", nullptr, false, false},
+    {"PureVirtualCall", crashByPureVirtualCall, 0x40000015, "crashByPureVirtualCall", nullptr,
+     false, true},
 };
 
 // One test per way, so that each child runs exactly one crash.
@@ -156,9 +166,15 @@ TEST_P(ZBCrashReportChildTests, LeavesAReport) {
   EXPECT_NE(std::string::npos, report.find(crashCase.function)) << report;
   EXPECT_NE(std::string::npos, report.find("the last line before the crash")) << report;
   EXPECT_NE(std::string::npos, report.find("rip    0x")) << report;
+  if (crashCase.otherThreadFunction != nullptr) {
+    const size_t otherThread = report.find("\nThread ", report.find("(crashed):"));
+    ASSERT_NE(std::string::npos, otherThread) << report;
+    EXPECT_NE(std::string::npos, report.find(crashCase.otherThreadFunction, otherThread)) << report;
+  }
   EXPECT_EQ(crashCase.previousFilterRuns,
             GetFileAttributesA((directory + "\\previous-filter-ran").c_str()) !=
                 INVALID_FILE_ATTRIBUTES);
+  removeDirectory(directory);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachWay, ZBCrashReportChildTests, testing::ValuesIn(kCrashCases),
@@ -179,6 +195,7 @@ TEST(ZBCrashReportTests, MinidumpBesideTheReport) {
   const std::vector<std::string> dumps = crashFiles(directory, "*.dmp");
   ASSERT_EQ(1u, dumps.size());
   EXPECT_EQ(0u, zbtest::readFile(dumps[0]).rfind("MDMP", 0));
+  removeDirectory(directory);
 }
 
 int32_t gHandlerCalls;
@@ -205,6 +222,7 @@ TEST(ZBCrashReportTests, InstallUninstallAndTheCrashDumpHandler) {
   // The filter installed before is back.
   EXPECT_EQ(previousFilter, SetUnhandledExceptionFilter(before));
   EXPECT_EQ(ZBErrorNotFound, ZBCrashReportUninstall());
+  removeDirectory(directory);
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 // code after them.
 #include "ZBSymbolResolvers.h"
 
+#include "ZBModuleTable.h"
+
 #include <windows.h>
 
 namespace zb::symbols {
@@ -19,13 +21,8 @@ const uint8_t *imageBytes(uintptr_t base, uint32_t imageSize, uint64_t rva, uint
 } // namespace
 
 bool resolveWithExports(uintptr_t address, const Module &module, Answer &answer) noexcept {
-  const auto *dos = reinterpret_cast<const IMAGE_DOS_HEADER *>(module.base);
-  if (dos->e_magic != IMAGE_DOS_SIGNATURE)
-    return false;
-  const auto *nt = reinterpret_cast<const IMAGE_NT_HEADERS64 *>(module.base + dos->e_lfanew);
-  if (nt->Signature != IMAGE_NT_SIGNATURE ||
-      nt->OptionalHeader.Magic != IMAGE_NT_OPTIONAL_HDR64_MAGIC ||
-      nt->OptionalHeader.NumberOfRvaAndSizes <= IMAGE_DIRECTORY_ENTRY_EXPORT)
+  const IMAGE_NT_HEADERS64 *nt = modules::mappedHeaders(module.base);
+  if (nt == nullptr || nt->OptionalHeader.NumberOfRvaAndSizes <= IMAGE_DIRECTORY_ENTRY_EXPORT)
     return false;
   const uint32_t imageSize = nt->OptionalHeader.SizeOfImage;
   const IMAGE_DATA_DIRECTORY &table =
