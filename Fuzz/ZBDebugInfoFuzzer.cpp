@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <string>
 #include <vector>
 
 namespace {
@@ -50,19 +52,20 @@ void lookUpInside(const std::vector<uint8_t> &file, uint32_t rva) {
 }
 
 // DOS header, "PE", COFF header, a PE32+ optional header without data
-// directories, and four sections: .text, then the three debug sections
-// under "/N" names that point into the string table.
+// directories, and the sections: .text, then the debug sections under "/N"
+// names that point into the string table.
 constexpr size_t kHeaders = 0x40 + 4 + 20 + 112;
-constexpr char kLongNames[] = ".debug_line\0.debug_line_str\0.debug_str";
-constexpr const char *kSectionNames[] = {".text", "/4", "/16", "/31"};
+constexpr const char *kDebugSections[] = {".debug_line",    ".debug_line_str", ".debug_str",
+                                          ".debug_info",    ".debug_abbrev",   ".debug_ranges",
+                                          ".debug_rnglists"};
+constexpr size_t kParts = std::size(kDebugSections);
+constexpr size_t kSections = kParts + 1;
 
-std::vector<uint8_t> imageAround(uint64_t imageBase, const uint8_t *parts[3],
-                                 const size_t partSizes[3], const uint8_t *symbols,
+std::vector<uint8_t> imageAround(uint64_t imageBase, const uint8_t *const parts[kParts],
+                                 const size_t partSizes[kParts], const uint8_t *symbols,
                                  size_t symbolBytes, const uint8_t *strings, size_t stringBytes) {
-  constexpr size_t kSections = 4;
   const size_t sectionTable = kHeaders;
-  size_t at = sectionTable + kSections * 40;
-  std::vector<uint8_t> file(at);
+  std::vector<uint8_t> file(sectionTable + kSections * 40);
   file[0] = 'M';
   file[1] = 'Z';
   put32(file, 60, 0x40);
@@ -76,27 +79,27 @@ std::vector<uint8_t> imageAround(uint64_t imageBase, const uint8_t *parts[3],
   put32(file, optional + 24, static_cast<uint32_t>(imageBase));
   put32(file, optional + 28, static_cast<uint32_t>(imageBase >> 32));
   put32(file, optional + 56, 0x100000);
-  uint32_t rawOffsets[kSections] = {};
-  uint32_t rawSizes[kSections] = {0, 0, 0, 0};
-  for (size_t part = 0; part < 3; ++part) {
-    rawOffsets[part + 1] = static_cast<uint32_t>(file.size());
-    rawSizes[part + 1] = static_cast<uint32_t>(partSizes[part]);
+  std::memcpy(&file[sectionTable], ".text", 5);
+  put32(file, sectionTable + 8, 0x10000);
+  put32(file, sectionTable + 12, 0x1000);
+  std::vector<uint8_t> names(4); // the string table's size field comes first
+  for (size_t part = 0; part < kParts; ++part) {
+    const size_t header = sectionTable + (part + 1) * 40;
+    const std::string longName = "/" + std::to_string(names.size());
+    names.insert(names.end(), kDebugSections[part],
+                 kDebugSections[part] + std::strlen(kDebugSections[part]) + 1);
+    std::memcpy(&file[header], longName.data(), longName.size());
+    put32(file, header + 8, static_cast<uint32_t>(partSizes[part]));
+    put32(file, header + 12, static_cast<uint32_t>(0x20000 + 0x10000 * part));
+    put32(file, header + 16, static_cast<uint32_t>(partSizes[part]));
+    put32(file, header + 20, static_cast<uint32_t>(file.size()));
     file.insert(file.end(), parts[part], parts[part] + partSizes[part]);
-  }
-  for (size_t index = 0; index < kSections; ++index) {
-    const size_t header = sectionTable + index * 40;
-    std::memcpy(&file[header], kSectionNames[index], std::strlen(kSectionNames[index]));
-    put32(file, header + 8, index == 0 ? 0x10000 : rawSizes[index]);
-    put32(file, header + 12, index == 0 ? 0x1000 : 0x20000 + 0x10000 * index);
-    put32(file, header + 16, rawSizes[index]);
-    put32(file, header + 20, rawOffsets[index]);
   }
   put32(file, coff + 8, static_cast<uint32_t>(file.size()));
   put32(file, coff + 12, static_cast<uint32_t>(symbolBytes / 18));
   file.insert(file.end(), symbols, symbols + symbolBytes / 18 * 18);
   const size_t table = file.size();
-  file.resize(table + 4);
-  file.insert(file.end(), kLongNames, kLongNames + sizeof kLongNames);
+  file.insert(file.end(), names.begin(), names.end());
   file.insert(file.end(), strings, strings + stringBytes);
   put32(file, table, static_cast<uint32_t>(file.size() - table));
   return file;
@@ -107,16 +110,16 @@ std::vector<uint8_t> imageAround(uint64_t imageBase, const uint8_t *parts[3],
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   lookUpInside(std::vector<uint8_t>(data, data + size), size >= 4 ? data[0] | data[1] << 8 : 0);
 
-  // rva (4), image base (8), three section lengths (2 each), symbol bytes (2), then the
+  // rva (4), image base (8), the debug sections' lengths (2 each), symbol bytes (2), then the
   // sections, the symbols and the string table's own bytes.
   const uint32_t rva = take(data, size, 4);
   const uint64_t imageBase = take(data, size, 4) | uint64_t{take(data, size, 4)} << 32;
-  size_t partSizes[3];
+  size_t partSizes[kParts];
   for (size_t &partSize : partSizes)
     partSize = take(data, size, 2);
   size_t symbolBytes = take(data, size, 2);
-  const uint8_t *parts[3];
-  for (size_t part = 0; part < 3; ++part) {
+  const uint8_t *parts[kParts];
+  for (size_t part = 0; part < kParts; ++part) {
     partSizes[part] = std::min(partSizes[part], size);
     parts[part] = data;
     data += partSizes[part];

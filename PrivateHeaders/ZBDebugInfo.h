@@ -24,8 +24,19 @@ struct Location {
   uint32_t line;
 };
 
+// Where the answers come from: the COFF symbol table and then, for a name
+// it does not give, the DWARF subprogram entries; the DWARF line table.
+// Tests read each on its own to compare them.
+enum Sources : uint32_t {
+  kSymbolTable = 1,
+  kDebugInfoNames = 2,
+  kLineTable = 4,
+  kAllSources = 7,
+};
+
 // Looks the relative virtual address `rva` up in the image file `file` of
 // `size` bytes. False when the file answers neither a name nor a line.
-bool lookup(const uint8_t *file, size_t size, uint32_t rva, Location *out) noexcept;
+bool lookup(const uint8_t *file, size_t size, uint32_t rva, Location *out,
+            uint32_t sources = kAllSources) noexcept;
 
 } // namespace zb::debuginfo

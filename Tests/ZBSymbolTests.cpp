@@ -6,6 +6,7 @@
 // frames.
 #include "ZBAlloc.h"
 #include "ZBBacktrace.h"
+#include "ZBDebugInfo.h"
 #include "ZBSymbolResolvers.h"
 #include "ZBTestSupport.h"
 
@@ -146,6 +147,42 @@ TEST(ZBSymbolTests, EachResolverAndTheChainAgreeWithObjdump) {
             ZBSymbolLookup(reinterpret_cast<void *>(&programDirectory), nullptr));
   EXPECT_EQ(ZBErrorNotFound, ZBSymbolLookup(reinterpret_cast<void *>(0x10), &info));
   EXPECT_EQ(nullptr, info.modulePath);
+}
+
+// The reader's two sources of names, read from the fixture files: the
+// function that the DWARF entries place around each row of the line table
+// is the one the COFF symbol table names there.
+TEST(ZBSymbolTests, DebugInfoNamesAgreeWithTheSymbolTable) {
+  for (const char *fixture : {"zb_fixture_dwarf4", "zb_fixture_dwarf5"}) {
+    SCOPED_TRACE(fixture);
+    const std::string bytes = zbtest::readFile(programDirectory() + fixture + ".dll");
+    const auto *file = reinterpret_cast<const uint8_t *>(bytes.data());
+    const std::map<uint32_t, LineRow> rows = decodedLines(fixture);
+    ASSERT_FALSE(rows.empty());
+    // Rows in the padding after a function have a symbol below them but no
+    // entry around them; they must stay few.
+    size_t unanswered = 0;
+    for (const auto &[rva, row] : rows) {
+      zb::debuginfo::Location symbol, entry;
+      ASSERT_TRUE(
+          zb::debuginfo::lookup(file, bytes.size(), rva, &symbol, zb::debuginfo::kSymbolTable));
+      if (!zb::debuginfo::lookup(file, bytes.size(), rva, &entry, zb::debuginfo::kDebugInfoNames)) {
+        ++unanswered;
+        continue;
+      }
+      // A compiler's clone ("f.part.0") is named after its origin ("f").
+      const bool clone = symbol.name.size() > entry.name.size() &&
+                         symbol.name.substr(0, entry.name.size()) == entry.name &&
+                         symbol.name[entry.name.size()] == '.';
+      EXPECT_TRUE(symbol.name == entry.name || clone)
+          << std::hex << rva << ": " << symbol.name << " vs " << entry.name;
+      EXPECT_EQ(symbol.functionRVA, entry.functionRVA) << std::hex << rva;
+    }
+    EXPECT_LT(unanswered * 20, rows.size()) << unanswered << " of " << rows.size();
+    // Neither source answers outside every function.
+    zb::debuginfo::Location none;
+    EXPECT_FALSE(zb::debuginfo::lookup(file, bytes.size(), 0x10, &none));
+  }
 }
 
 // Called back from the fixture's innermost function.

@@ -5,153 +5,13 @@
 // again for the one entry that row names, so nothing is allocated.
 #include "ZBDebugInfo.h"
 
+#include "ZBDebugInfoReader.h"
 #include "ZBPEImage.h"
 
 #include <cstring>
 
 namespace zb::debuginfo {
 namespace {
-
-// A bounded cursor: every read past the end sets `failed` and yields zeros.
-class Reader {
-public:
-  Reader() noexcept = default;
-  Reader(const uint8_t *bytes, uint64_t size) noexcept : bytes_(bytes), size_(size) {}
-
-  bool failed() const noexcept { return failed_; }
-  bool atEnd() const noexcept { return failed_ || position_ >= size_; }
-  uint64_t position() const noexcept { return position_; }
-  uint64_t remaining() const noexcept { return failed_ ? 0 : size_ - position_; }
-  const uint8_t *here() const noexcept { return bytes_ + position_; }
-
-  // A reader over the next `length` bytes, which this one skips.
-  Reader take(uint64_t length) noexcept {
-    if (length > remaining()) {
-      failed_ = true;
-      return Reader();
-    }
-    Reader part(bytes_ + position_, length);
-    position_ += length;
-    return part;
-  }
-
-  void skip(uint64_t length) noexcept { take(length); }
-
-  uint64_t fixed(unsigned width) noexcept {
-    if (width > remaining()) {
-      failed_ = true;
-      return 0;
-    }
-    uint64_t value = 0;
-    for (unsigned index = 0; index < width; ++index)
-      value |= uint64_t{bytes_[position_ + index]} << (8 * index);
-    position_ += width;
-    return value;
-  }
-  uint8_t u8() noexcept { return static_cast<uint8_t>(fixed(1)); }
-
-  uint64_t uleb() noexcept {
-    uint64_t value = 0;
-    for (unsigned shift = 0;; shift += 7) {
-      const uint8_t byte = u8();
-      if (failed_)
-        return 0;
-      if (shift < 64)
-        value |= uint64_t{byte & 0x7Fu} << shift;
-      if ((byte & 0x80) == 0)
-        return value;
-    }
-  }
-
-  int64_t sleb() noexcept {
-    uint64_t value = 0;
-    unsigned shift = 0;
-    uint8_t byte = 0;
-    do {
-      byte = u8();
-      if (failed_)
-        return 0;
-      if (shift < 64)
-        value |= uint64_t{byte & 0x7Fu} << shift;
-      shift += 7;
-    } while ((byte & 0x80) != 0);
-    if (shift < 64 && (byte & 0x40) != 0)
-      value |= ~uint64_t{0} << shift;
-    return static_cast<int64_t>(value);
-  }
-
-  std::string_view cString() noexcept {
-    const void *nul = failed_ ? nullptr : std::memchr(bytes_ + position_, 0, size_ - position_);
-    if (nul == nullptr) {
-      failed_ = true;
-      return {};
-    }
-    const std::string_view text(reinterpret_cast<const char *>(bytes_ + position_),
-                                static_cast<const uint8_t *>(nul) - (bytes_ + position_));
-    position_ += text.size() + 1;
-    return text;
-  }
-
-  // The string at `offset` of this reader's bytes, or empty.
-  std::string_view stringAt(uint64_t offset) const noexcept {
-    if (offset >= size_)
-      return {};
-    Reader at(bytes_ + offset, size_ - offset);
-    const std::string_view text = at.cString();
-    return at.failed() ? std::string_view() : text;
-  }
-
-private:
-  const uint8_t *bytes_ = nullptr;
-  uint64_t size_ = 0;
-  uint64_t position_ = 0;
-  bool failed_ = false;
-};
-
-// The parts of the image file the lookup reads.
-struct Image {
-  const uint8_t *file;
-  size_t size;
-  pe::Headers headers;
-  Reader stringTable; // the COFF string table, size field included
-  Reader debugLine, debugLineStrings, debugStrings;
-};
-
-Reader sectionBytes(const Image &image, const pe::Section &section) noexcept {
-  uint64_t length = section.rawSize;
-  if (section.virtualSize != 0 && section.virtualSize < length)
-    length = section.virtualSize;
-  if (section.rawOffset > image.size || length > image.size - section.rawOffset)
-    return Reader();
-  return Reader(image.file + section.rawOffset, length);
-}
-
-bool openImage(const uint8_t *file, size_t size, Image &image) noexcept {
-  image = Image{file, size, {}, {}, {}, {}, {}};
-  if (!pe::readHeaders(file, size, &image.headers))
-    return false;
-  const uint64_t stringTable = pe::stringTableOffset(image.headers);
-  if (stringTable != 0 && stringTable + 4 <= size) {
-    Reader sizeField(file + stringTable, 4);
-    const uint64_t tableSize = sizeField.fixed(4);
-    if (tableSize >= 4 && tableSize <= size - stringTable)
-      image.stringTable = Reader(file + stringTable, tableSize);
-  }
-  const auto *table = file + stringTable;
-  const size_t tableSize = image.stringTable.remaining();
-  for (uint16_t index = 0; index < image.headers.sectionCount; ++index) {
-    const pe::Section section = pe::sectionAt(file, image.headers, index);
-    const std::string_view name =
-        pe::sectionName(section, tableSize != 0 ? table : nullptr, tableSize);
-    if (name == ".debug_line")
-      image.debugLine = sectionBytes(image, section);
-    else if (name == ".debug_line_str")
-      image.debugLineStrings = sectionBytes(image, section);
-    else if (name == ".debug_str")
-      image.debugStrings = sectionBytes(image, section);
-  }
-  return true;
-}
 
 // The nearest function symbol at or below `rva`, in the section holding it.
 void findFunctionSymbol(const Image &image, uint32_t rva, Location &out) noexcept {
@@ -465,15 +325,70 @@ void findLine(const Image &image, uint64_t address, Location &out) noexcept {
 
 } // namespace
 
-bool lookup(const uint8_t *file, size_t size, uint32_t rva, Location *out) noexcept {
+namespace {
+
+Reader sectionBytes(const Image &image, const pe::Section &section) noexcept {
+  uint64_t length = section.rawSize;
+  if (section.virtualSize != 0 && section.virtualSize < length)
+    length = section.virtualSize;
+  if (section.rawOffset > image.size || length > image.size - section.rawOffset)
+    return Reader();
+  return Reader(image.file + section.rawOffset, length);
+}
+
+} // namespace
+
+bool openImage(const uint8_t *file, size_t size, Image &image) noexcept {
+  image = Image{};
+  image.file = file;
+  image.size = size;
+  if (!pe::readHeaders(file, size, &image.headers))
+    return false;
+  const uint64_t stringTable = pe::stringTableOffset(image.headers);
+  if (stringTable != 0 && stringTable + 4 <= size) {
+    Reader sizeField(file + stringTable, 4);
+    const uint64_t tableSize = sizeField.fixed(4);
+    if (tableSize >= 4 && tableSize <= size - stringTable)
+      image.stringTable = Reader(file + stringTable, tableSize);
+  }
+  const auto *table = file + stringTable;
+  const size_t tableSize = image.stringTable.remaining();
+  for (uint16_t index = 0; index < image.headers.sectionCount; ++index) {
+    const pe::Section section = pe::sectionAt(file, image.headers, index);
+    const std::string_view name =
+        pe::sectionName(section, tableSize != 0 ? table : nullptr, tableSize);
+    if (name == ".debug_line")
+      image.debugLine = sectionBytes(image, section);
+    else if (name == ".debug_line_str")
+      image.debugLineStrings = sectionBytes(image, section);
+    else if (name == ".debug_str")
+      image.debugStrings = sectionBytes(image, section);
+    else if (name == ".debug_info")
+      image.debugInfo = sectionBytes(image, section);
+    else if (name == ".debug_abbrev")
+      image.debugAbbreviations = sectionBytes(image, section);
+    else if (name == ".debug_ranges")
+      image.debugRanges = sectionBytes(image, section);
+    else if (name == ".debug_rnglists")
+      image.debugRangeLists = sectionBytes(image, section);
+  }
+  return true;
+}
+
+bool lookup(const uint8_t *file, size_t size, uint32_t rva, Location *out,
+            uint32_t sources) noexcept {
   if (file == nullptr || out == nullptr)
     return false;
   *out = Location{};
   Image image;
   if (!openImage(file, size, image))
     return false;
-  findFunctionSymbol(image, rva, *out);
-  findLine(image, image.headers.imageBase + rva, *out);
+  if ((sources & kSymbolTable) != 0)
+    findFunctionSymbol(image, rva, *out);
+  if ((sources & kDebugInfoNames) != 0 && out->name.empty())
+    findFunctionInDebugInfo(image, image.headers.imageBase + rva, *out);
+  if ((sources & kLineTable) != 0)
+    findLine(image, image.headers.imageBase + rva, *out);
   return !out->name.empty() || out->line != 0;
 }
 
