@@ -116,6 +116,28 @@ struct Image {
   Reader debugInfo, debugAbbreviations, debugRanges, debugRangeLists;
 };
 
+// What reading a value by its form needs to know of its unit.
+struct FormContext {
+  const Image *image;
+  uint16_t version;
+  unsigned offsetSize; // 4, or 8 for 64-bit DWARF
+  unsigned addressSize;
+};
+
+struct FormValue {
+  uint64_t number;
+  std::string_view text;
+  bool isAddress, isReference, isOffset, isConstant;
+};
+
+constexpr uint64_t kFormImplicitConst = 0x21;
+
+// Reads one value of `form` (`implicit` is the abbreviation's constant for
+// DW_FORM_implicit_const); false for a form this reader does not know or
+// a value that runs off the bytes.
+bool readFormValue(Reader &reader, uint64_t form, int64_t implicit, const FormContext &unit,
+                   FormValue &value) noexcept;
+
 // The headers and the sections above of the image file; false when the
 // bytes are not a PE image. Sections that are missing or lie outside the
 // bytes read as empty.

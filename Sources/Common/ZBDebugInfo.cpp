@@ -185,51 +185,6 @@ bool findRow(const LineUnit &unit, uint64_t target, Row &out) noexcept {
 constexpr uint64_t kContentPath = 1;
 constexpr uint64_t kContentDirectoryIndex = 2;
 
-struct FormValue {
-  uint64_t number;
-  std::string_view text;
-};
-
-// Reads one attribute value of a directory or file entry.
-bool readForm(Reader &reader, uint64_t form, const LineUnit &unit, const Image &image,
-              FormValue &value) noexcept {
-  value = FormValue{};
-  switch (form) {
-  case 0x08: // string
-    value.text = reader.cString();
-    break;
-  case 0x0E: // strp
-    value.text = image.debugStrings.stringAt(reader.fixed(unit.offsetSize));
-    break;
-  case 0x1F: // line_strp
-    value.text = image.debugLineStrings.stringAt(reader.fixed(unit.offsetSize));
-    break;
-  case 0x0B: // data1
-    value.number = reader.fixed(1);
-    break;
-  case 0x05: // data2
-    value.number = reader.fixed(2);
-    break;
-  case 0x06: // data4
-    value.number = reader.fixed(4);
-    break;
-  case 0x07: // data8
-    value.number = reader.fixed(8);
-    break;
-  case 0x0F: // udata
-    value.number = reader.uleb();
-    break;
-  case 0x1E: // data16
-    reader.skip(16);
-    break;
-  case 0x09: // block
-    reader.skip(reader.uleb());
-    break;
-  default: return false;
-  }
-  return !reader.failed();
-}
-
 // Reads a DWARF 5 directory or file table at `tables`' position, moving
 // past it, and keeps the path and directory index of entry `index` (left
 // as they are when the table has no such entry). False when malformed.
@@ -256,7 +211,8 @@ bool readVersion5Table(Reader &tables, const LineUnit &unit, const Image &image,
     for (uint8_t pair = 0; pair < formatCount; ++pair) {
       const uint64_t content = format.uleb();
       FormValue value;
-      if (!readForm(tables, format.uleb(), unit, image, value))
+      const FormContext context{&image, unit.version, unit.offsetSize, unit.addressSize};
+      if (!readFormValue(tables, format.uleb(), 0, context, value))
         return false;
       if (entry == index && content == kContentPath)
         path = value.text;

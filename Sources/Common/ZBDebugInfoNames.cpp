@@ -19,122 +19,29 @@ constexpr uint64_t kAttributeSpecification = 0x47;
 constexpr uint64_t kAttributeRanges = 0x55;
 constexpr uint64_t kAttributeLinkageName = 0x6E;
 constexpr uint64_t kAttributeMIPSLinkageName = 0x2007;
-constexpr uint64_t kFormImplicitConst = 0x21;
 constexpr uint64_t kFormIndirect = 0x16;
 constexpr size_t kIndexedCodes = 512;
 constexpr int kMostReferences = 4;
 
 struct Unit {
-  const Image *image;
-  Reader entries;        // the whole unit, header included, for references
-  uint64_t entriesStart; // offset of the first entry in `entries`
-  uint16_t version;
-  unsigned offsetSize;
-  unsigned addressSize;
+  FormContext form;
+  Reader entries;                // the whole unit, header included, for references
+  uint64_t entriesStart;         // offset of the first entry in `entries`
   Reader abbreviations;          // from the unit's table to the section's end
   uint32_t index[kIndexedCodes]; // code -> offset in `abbreviations` + 1
   uint64_t baseAddress;          // the unit's low pc, the base of its ranges
 };
 
-struct Value {
-  uint64_t number;
-  std::string_view text;
-  bool isAddress, isReference, isOffset, isConstant;
-};
-
-// Reads one attribute value; false for a form this reader does not know.
-bool readValue(Reader &reader, uint64_t form, int64_t implicit, const Unit &unit,
-               Value &value) noexcept {
-  value = Value{};
-  const Image &image = *unit.image;
-  switch (form) {
-  case 0x01:
-    value.number = reader.fixed(unit.addressSize);
-    value.isAddress = true;
-    break;
-  case 0x03: reader.skip(reader.fixed(2)); break;
-  case 0x04: reader.skip(reader.fixed(4)); break;
-  case 0x05:
-    value.number = reader.fixed(2);
-    value.isConstant = true;
-    break;
-  case 0x06:
-    value.number = reader.fixed(4);
-    value.isConstant = true;
-    break;
-  case 0x07:
-    value.number = reader.fixed(8);
-    value.isConstant = true;
-    break;
-  case 0x08: value.text = reader.cString(); break;
-  case 0x09:
-  case 0x18: reader.skip(reader.uleb()); break;
-  case 0x0A: reader.skip(reader.fixed(1)); break;
-  case 0x0B:
-    value.number = reader.fixed(1);
-    value.isConstant = true;
-    break;
-  case 0x0C: reader.skip(1); break;
-  case 0x0D:
-    value.number = static_cast<uint64_t>(reader.sleb());
-    value.isConstant = true;
-    break;
-  case 0x0E: value.text = image.debugStrings.stringAt(reader.fixed(unit.offsetSize)); break;
-  case 0x0F:
-    value.number = reader.uleb();
-    value.isConstant = true;
-    break;
-  case 0x10: reader.skip(unit.version <= 2 ? unit.addressSize : unit.offsetSize); break;
-  case 0x11:
-    value.number = reader.fixed(1);
-    value.isReference = true;
-    break;
-  case 0x12:
-    value.number = reader.fixed(2);
-    value.isReference = true;
-    break;
-  case 0x13:
-    value.number = reader.fixed(4);
-    value.isReference = true;
-    break;
-  case 0x14:
-    value.number = reader.fixed(8);
-    value.isReference = true;
-    break;
-  case 0x15:
-    value.number = reader.uleb();
-    value.isReference = true;
-    break;
-  case 0x17:
-    value.number = reader.fixed(unit.offsetSize);
-    value.isOffset = true;
-    break;
-  case 0x19: break;
-  case 0x1A:
-  case 0x1B:
-  case 0x22:
-  case 0x23: reader.uleb(); break; // indexes into tables not read
-  case 0x1C: reader.skip(4); break;
-  case 0x1D: reader.skip(unit.offsetSize); break;
-  case 0x1E: reader.skip(16); break;
-  case 0x1F: value.text = image.debugLineStrings.stringAt(reader.fixed(unit.offsetSize)); break;
-  case 0x20:
-  case 0x24: reader.skip(8); break;
-  case kFormImplicitConst:
-    value.number = static_cast<uint64_t>(implicit);
-    value.isConstant = true;
-    break;
-  case 0x25:
-  case 0x29: reader.skip(1); break;
-  case 0x26:
-  case 0x2A: reader.skip(2); break;
-  case 0x27:
-  case 0x2B: reader.skip(3); break;
-  case 0x28:
-  case 0x2C: reader.skip(4); break;
-  default: return false;
+// Moves past an abbreviation's (attribute, form) pairs and their end.
+bool skipAttributeSpecifications(Reader &table) noexcept {
+  for (uint64_t attribute = table.uleb(), form = table.uleb(); attribute != 0 || form != 0;
+       attribute = table.uleb(), form = table.uleb()) {
+    if (form == kFormImplicitConst)
+      table.sleb();
+    if (table.failed())
+      return false;
   }
-  return !reader.failed();
+  return true;
 }
 
 // The abbreviation of `code`: a reader at its "has children" byte, and its tag.
@@ -156,14 +63,9 @@ bool findAbbreviation(const Unit &unit, uint64_t code, Reader &out, uint64_t &ta
       out = table;
       return !table.failed();
     }
-    table.u8();
-    for (uint64_t attribute = table.uleb(), form = table.uleb(); attribute != 0 || form != 0;
-         attribute = table.uleb(), form = table.uleb()) {
-      if (form == kFormImplicitConst)
-        table.sleb();
-      if (table.failed())
-        return false;
-    }
+    table.u8(); // children
+    if (!skipAttributeSpecifications(table))
+      return false;
   }
   return false;
 }
@@ -179,13 +81,8 @@ void indexAbbreviations(Unit &unit) noexcept {
       unit.index[code] = static_cast<uint32_t>(offset + 1);
     table.uleb(); // tag
     table.u8();   // children
-    for (uint64_t attribute = table.uleb(), form = table.uleb(); attribute != 0 || form != 0;
-         attribute = table.uleb(), form = table.uleb()) {
-      if (form == kFormImplicitConst)
-        table.sleb();
-      if (table.failed())
-        return;
-    }
+    if (!skipAttributeSpecifications(table))
+      return;
   }
 }
 
@@ -217,8 +114,8 @@ bool readEntry(const Unit &unit, Reader &reader, uint64_t code, Entry &entry) no
     const int64_t implicit = form == kFormImplicitConst ? abbreviation.sleb() : 0;
     if (form == kFormIndirect)
       form = reader.uleb();
-    Value value;
-    if (!readValue(reader, form, implicit, unit, value))
+    FormValue value;
+    if (!readFormValue(reader, form, implicit, unit.form, value))
       return false;
     switch (attribute) {
     case kAttributeLowPC:
@@ -251,14 +148,14 @@ bool readEntry(const Unit &unit, Reader &reader, uint64_t code, Entry &entry) no
 // holds `address`; `start` receives the start of the range that does.
 bool rangesHold(const Unit &unit, uint64_t offset, uint64_t address, uint64_t &start) noexcept {
   uint64_t base = unit.baseAddress;
-  const bool wide = unit.addressSize == 8;
+  const bool wide = unit.form.addressSize == 8;
   const uint64_t selection = wide ? ~uint64_t{0} : 0xFFFFFFFF;
-  if (unit.version < 5) {
-    Reader list = unit.image->debugRanges;
+  if (unit.form.version < 5) {
+    Reader list = unit.form.image->debugRanges;
     list.skip(offset);
     while (!list.atEnd()) {
-      const uint64_t begin = list.fixed(unit.addressSize);
-      const uint64_t end = list.fixed(unit.addressSize);
+      const uint64_t begin = list.fixed(unit.form.addressSize);
+      const uint64_t end = list.fixed(unit.form.addressSize);
       if (list.failed() || (begin == 0 && end == 0))
         return false;
       if (begin == selection) {
@@ -270,7 +167,7 @@ bool rangesHold(const Unit &unit, uint64_t offset, uint64_t address, uint64_t &s
     }
     return false;
   }
-  Reader list = unit.image->debugRangeLists;
+  Reader list = unit.form.image->debugRangeLists;
   list.skip(offset);
   while (!list.atEnd()) {
     uint64_t begin = 0;
@@ -283,14 +180,14 @@ bool rangesHold(const Unit &unit, uint64_t offset, uint64_t address, uint64_t &s
       end = base + list.uleb();
       break;
     case 5: // base address
-      base = list.fixed(unit.addressSize);
+      base = list.fixed(unit.form.addressSize);
       continue;
     case 6: // start, end
-      begin = list.fixed(unit.addressSize);
-      end = list.fixed(unit.addressSize);
+      begin = list.fixed(unit.form.addressSize);
+      end = list.fixed(unit.form.addressSize);
       break;
     case 7: // start, length
-      begin = list.fixed(unit.addressSize);
+      begin = list.fixed(unit.form.addressSize);
       end = begin + list.uleb();
       break;
     default: // entries through .debug_addr, which this reader does not read
@@ -335,13 +232,13 @@ std::string_view nameOf(const Unit &unit, Entry entry) noexcept {
 // Reads a unit's header at `units`' position (moving past the unit); false
 // for units that hold no code (type units) or are malformed.
 bool openUnit(const Image &image, Reader &units, Unit &unit) noexcept {
-  unit.image = &image;
-  unit.offsetSize = 4;
+  unit.form.image = &image;
+  unit.form.offsetSize = 4;
   const uint8_t *start = units.here();
   uint64_t length = units.fixed(4);
   unsigned lengthSize = 4;
   if (length == 0xFFFFFFFF) {
-    unit.offsetSize = 8;
+    unit.form.offsetSize = 8;
     lengthSize = 12;
     length = units.fixed(8);
   }
@@ -351,20 +248,20 @@ bool openUnit(const Image &image, Reader &units, Unit &unit) noexcept {
   unit.entries = Reader(start, lengthSize + length);
   Reader header = unit.entries;
   header.skip(lengthSize);
-  unit.version = static_cast<uint16_t>(header.fixed(2));
+  unit.form.version = static_cast<uint16_t>(header.fixed(2));
   uint64_t abbreviationOffset = 0;
-  if (unit.version >= 5) {
+  if (unit.form.version >= 5) {
     const uint8_t type = header.u8();
-    unit.addressSize = header.u8();
-    abbreviationOffset = header.fixed(unit.offsetSize);
+    unit.form.addressSize = header.u8();
+    abbreviationOffset = header.fixed(unit.form.offsetSize);
     if (type != 1 && type != 3) // compile and partial units
       return false;
   } else {
-    abbreviationOffset = header.fixed(unit.offsetSize);
-    unit.addressSize = header.u8();
+    abbreviationOffset = header.fixed(unit.form.offsetSize);
+    unit.form.addressSize = header.u8();
   }
-  if (header.failed() || unit.version < 2 || unit.version > 5 ||
-      (unit.addressSize != 4 && unit.addressSize != 8) ||
+  if (header.failed() || unit.form.version < 2 || unit.form.version > 5 ||
+      (unit.form.addressSize != 4 && unit.form.addressSize != 8) ||
       abbreviationOffset >= image.debugAbbreviations.remaining())
     return false;
   unit.entriesStart = header.position();
