@@ -10,6 +10,7 @@
 #include "ZBAlloc.h"
 #include "ZBBaseAllocator.h"
 #include "ZBBuffer.h"
+#include "ZBCrashReport.h"
 #include "ZBEnvironment.h"
 #include "ZBLock.h"
 #include "ZBLogConfiguration.h"
@@ -22,6 +23,7 @@
 #include "ZBTracePrivate.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <pthread.h>
@@ -41,6 +43,7 @@ void *sLogFile;
 ZBMutex *sAnalyticsLock; // created at start-up
 void *sAnalyticsCounter;
 ZBBugReportCallback sBugReportCallback;
+std::atomic<ZBCrashDumpHandler> sCrashDumpHandler{nullptr};
 
 void debuggerSink(int32_t, const char *line) {
   zb::ScopedLock lock(&sLogLock);
@@ -55,8 +58,7 @@ void fileSink(int32_t, const char *line) {
 void (*sSink)(int32_t level, const char *line) = debuggerSink;
 
 const char *levelName(int32_t level) {
-  static constexpr const char *kNames[] = {"FATAL", "ERROR", "WARNING", "INFO", "DEBUG",
-                                           "VERBOSE"};
+  static constexpr const char *kNames[] = {"FATAL", "ERROR", "WARNING", "INFO", "DEBUG", "VERBOSE"};
   if (level < ZBLogLevelFatal || level > ZBLogLevelVerbose)
     return "UNKNOWN";
   return kNames[level - ZBLogLevelFatal];
@@ -237,7 +239,8 @@ void ensureConfigurationLoaded() {
     if (zb::log::isLoaded(sConfiguration))
       return;
   }
-  const zb::log::ZBLogConfigurationSources sources = zb::log::readConfigurationSources(sConfiguration);
+  const zb::log::ZBLogConfigurationSources sources =
+      zb::log::readConfigurationSources(sConfiguration);
   zb::ScopedLock lock(&sLogLock);
   if (!zb::log::isLoaded(sConfiguration))
     zb::log::loadConfiguration(sConfiguration, sources);
@@ -295,8 +298,8 @@ extern "C" void ZBLogS(int32_t level, ZBLogSite *site, const char *function, con
   va_end(arguments);
 }
 
-extern "C" void ZBLogSUnsafe(int32_t level, ZBLogSite *site, const char *function,
-                             const char *file, uint32_t line, const char *format, ...) noexcept {
+extern "C" void ZBLogSUnsafe(int32_t level, ZBLogSite *site, const char *function, const char *file,
+                             uint32_t line, const char *format, ...) noexcept {
   va_list arguments;
   va_start(arguments, format);
   writeLine(level, site ? site->lineWord & kSiteFlagsMask : 0, function, file, line, format,
@@ -312,8 +315,8 @@ extern "C" void ZBLogX(int32_t level, const char *function, const char *file, ui
   va_end(arguments);
 }
 
-extern "C" void ZBLogXUnsafe(int32_t level, const char *function, const char *file,
-                             uint32_t line, const char *format, ...) noexcept {
+extern "C" void ZBLogXUnsafe(int32_t level, const char *function, const char *file, uint32_t line,
+                             const char *format, ...) noexcept {
   va_list arguments;
   va_start(arguments, format);
   writeLine(level, 0, function, file, line, format, arguments);
@@ -332,6 +335,8 @@ extern "C" void ZBLogFatalAssertion(const char *function, const char *file, uint
          hasMessage ? message : "");
   ZBAbortWithBacktrace();
 }
+
+void _ZBLogWriteToSink(const char *text) noexcept { sSink(ZBLogLevelRaw, text); }
 
 extern "C" void ZBAbort(void) noexcept { zb::platform::abortProcess(); }
 
@@ -373,14 +378,13 @@ extern "C" int32_t ZBLogBufferCopyBytes(void *destination, uint32_t capacity) no
   return ZBCircularBufferCopyBytes(sRing, destination, capacity);
 }
 
-extern "C" ZBCircularBuffer *ZBLogGetLogBufferThreadUnsafeDoNotUse(void) noexcept {
-  return sRing;
-}
+extern "C" ZBCircularBuffer *ZBLogGetLogBufferThreadUnsafeDoNotUse(void) noexcept { return sRing; }
 
 extern "C" void ZBLogSetBackgroundColor(uint32_t) noexcept { zb::ScopedLock lock(&sLogLock); }
 
 extern "C" void ZBLogEnvironmentReset(void) noexcept {
-  const zb::log::ZBLogConfigurationSources sources = zb::log::readConfigurationSources(sConfiguration);
+  const zb::log::ZBLogConfigurationSources sources =
+      zb::log::readConfigurationSources(sConfiguration);
   zb::ScopedLock lock(&sLogLock);
   zb::log::clearConfiguration(sConfiguration);
   zb::log::loadConfiguration(sConfiguration, sources);
@@ -388,8 +392,13 @@ extern "C" void ZBLogEnvironmentReset(void) noexcept {
     determineSite(site);
 }
 
+extern "C" void ZBCrashDumpSetHandler(ZBCrashDumpHandler handler) noexcept {
+  sCrashDumpHandler.store(handler);
+}
+
 extern "C" int32_t ZBCrashDumpFixImmediately(void) noexcept {
-  // No crash-dump handler exists in this build.
+  if (const ZBCrashDumpHandler handler = sCrashDumpHandler.load())
+    return handler();
   ZB_LOG_FATAL_AT("ZBCrashDumpFixImmediately", __FILE__, 1388, "NOT YET IMPLEMENTED");
 }
 
