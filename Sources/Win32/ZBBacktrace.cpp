@@ -23,6 +23,12 @@ constexpr size_t kStackCopyBytes = 256 * 1024;
 constexpr uint32_t kPrintedFrames = 64;
 constexpr uint32_t kMostFramesPerCall = 0xFFFF; // the system's count is 16 bits
 
+// Naming a frame allocates. When that fails (memory has run out) the
+// failure's Fatal line prints another backtrace on this thread, which then
+// gives bare addresses: it cannot fail the same way again and end in endless
+// recursion.
+thread_local bool tNamingFrames = false;
+
 } // namespace
 
 // Not inlined and not a tail call, so that skipping its own frame is exact.
@@ -51,14 +57,17 @@ extern "C" __attribute__((noinline)) void ZBBacktracePrint(uint32_t skip) noexce
     _ZBLogWriteToSink(text);
   };
   print(line);
+  const bool named = !tNamingFrames;
+  tNamingFrames = true;
   for (uint32_t index = 0; index < count; ++index) {
     // The call that the return address follows.
     const zb::Owned<char> description(
-        ZBSymbolCopyDescription(static_cast<const char *>(frames[index]) - 1));
+        named ? ZBSymbolCopyDescription(static_cast<const char *>(frames[index]) - 1) : nullptr);
     std::snprintf(line, sizeof line, "  #%02u %p %s\n", index, frames[index],
                   description ? description.get() : "");
     print(line);
   }
+  tNamingFrames = !named;
   std::fflush(stderr);
 }
 
