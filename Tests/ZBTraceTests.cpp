@@ -5,6 +5,7 @@
 #include "ZBTestSupport.h"
 
 #include "ZBEnvironment.h"
+#include "ZBInitializer.h"
 #include "ZBLock.h"
 #include "ZBSocket.h"
 #include "ZBSocketAddress.h"
@@ -797,4 +798,165 @@ TEST(ZBPerfCounters, ShardedAddsSumExactly) {
       },
       &calls);
   EXPECT_EQ(1, calls);
+}
+
+namespace {
+
+std::atomic<bool> gSpinning{false};
+
+__attribute__((noinline)) void spinInKnownFunction() {
+  volatile uint64_t counter = 0;
+  while (gSpinning.load(std::memory_order_relaxed))
+    counter = counter + 1;
+}
+
+// The address range of a function of this program, from its unwind data.
+struct CodeRange {
+  uintptr_t begin, end;
+};
+
+CodeRange functionRange(void (*function)()) {
+  DWORD64 base = 0;
+  const auto address = reinterpret_cast<DWORD64>(function);
+  const RUNTIME_FUNCTION *entry = RtlLookupFunctionEntry(address, &base, nullptr);
+  if (entry == nullptr)
+    return {0, 0};
+  return {uintptr_t(base + entry->BeginAddress), uintptr_t(base + entry->EndAddress)};
+}
+
+// The address a "module+0xoffset" frame names, for frames of this program.
+uintptr_t frameAddress(const std::string &frame) {
+  const size_t plus = frame.rfind("+0x");
+  if (plus == std::string::npos)
+    return 0;
+  const auto base = reinterpret_cast<uintptr_t>(GetModuleHandleA(nullptr));
+  return base + std::stoull(frame.substr(plus + 3), nullptr, 16);
+}
+
+std::string leafFrame(const std::string &stack) {
+  const size_t semicolon = stack.rfind(';');
+  return semicolon == std::string::npos ? stack : stack.substr(semicolon + 1);
+}
+
+void *hammerHeapAndLoader(void *context) {
+  auto *rounds = static_cast<std::atomic<int> *>(context);
+  const DWORD start = GetTickCount();
+  while (GetTickCount() - start < 10000) {
+    for (int i = 0; i < 100; ++i)
+      std::free(std::malloc(size_t(16 + i * 64)));
+    if (HMODULE library = LoadLibraryA("version.dll"))
+      FreeLibrary(library);
+    ++*rounds;
+  }
+  return nullptr;
+}
+
+} // namespace
+
+TEST(ZBProfiler, StartNeedsASessionAndAnInterval) {
+  EXPECT_EQ(ZBErrorUnsupported, ZBProfilerStart(1000000, 0));
+  EXPECT_EQ(ZBErrorNotFound, ZBProfilerStop());
+  EXPECT_FALSE(ZBProfilerIsMonitoringNewThreads());
+  ASSERT_EQ(ZBErrorNone, ZBTraceStart(tracePath("profiler-errors.zbtrace").c_str()));
+  SessionGuard guard;
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBProfilerStart(0, 0));
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBProfilerStart(1000000, 0x80));
+  ASSERT_EQ(ZBErrorNone, ZBProfilerStart(1000000, 0));
+  EXPECT_FALSE(ZBProfilerIsMonitoringNewThreads());
+  EXPECT_EQ(ZBErrorAlready, ZBProfilerStart(1000000, 0));
+  EXPECT_EQ(ZBErrorNone, ZBProfilerStop());
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBProfilerWriteFoldedStacks(nullptr, "x"));
+}
+
+TEST(ZBProfiler, ASpinningThreadsSamplesNameItsFunction) {
+  const std::string path = tracePath("profile.zbtrace");
+  ASSERT_EQ(ZBErrorNone, ZBTraceStart(path.c_str()));
+  SessionGuard guard;
+  gSpinning = true;
+  std::atomic<uint32_t> spinnerID{0};
+  std::thread spinner([&] {
+    spinnerID = GetCurrentThreadId();
+    spinInKnownFunction();
+  });
+  while (spinnerID == 0)
+    ZBThreadYield();
+  ZBProfilerAddThread(spinnerID);
+  ASSERT_EQ(ZBErrorNone, ZBProfilerStart(1000000, 0));
+  Sleep(1000);
+  EXPECT_EQ(ZBErrorNone, ZBProfilerStop());
+  ZBProfilerRemoveThread(spinnerID);
+  gSpinning = false;
+  spinner.join();
+  ASSERT_EQ(ZBErrorNone, ZBTraceStop());
+
+  const CodeRange spin = functionRange(spinInKnownFunction);
+  ASSERT_NE(0u, spin.begin);
+  size_t samples = 0, inSpin = 0;
+  for (const ReadEvent &event : readTrace(path, true).events) {
+    if (event.type != ZBTraceEventSample || event.value != spinnerID)
+      continue;
+    ++samples;
+    const uintptr_t leaf = frameAddress(leafFrame(event.text));
+    inSpin += leaf >= spin.begin && leaf < spin.end;
+  }
+  std::printf("profiler: %zu samples of the spinning thread, %zu in the function\n", samples,
+              inSpin);
+  ASSERT_GE(samples, 50u);
+  EXPECT_GE(inSpin * 10, samples * 8);
+
+  // Folded: one line per distinct stack, the counts adding up to the samples.
+  const std::string folded = tracePath("profile.folded");
+  ASSERT_EQ(ZBErrorNone, ZBProfilerWriteFoldedStacks(path.c_str(), folded.c_str()));
+  std::ifstream lines(folded);
+  size_t counted = 0, namingSpin = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const size_t space = line.rfind(' ');
+    ASSERT_NE(std::string::npos, space) << line;
+    const size_t count = std::stoul(line.substr(space + 1));
+    counted += count;
+    const uintptr_t leaf = frameAddress(leafFrame(line.substr(0, space)));
+    namingSpin += leaf >= spin.begin && leaf < spin.end ? count : 0;
+  }
+  EXPECT_GE(counted, samples); // other threads' samples: none were added
+  EXPECT_EQ(inSpin, namingSpin);
+}
+
+TEST(ZBProfiler, NoDeadlockWhileTargetsHammerTheHeapAndTheLoader) {
+  ASSERT_EQ(ZBErrorNone, ZBTraceStart(tracePath("profile-hammer.zbtrace").c_str()));
+  SessionGuard guard;
+  ASSERT_EQ(ZBErrorNone, ZBProfilerStart(1000000, ZBProfilerFlagAllThreads));
+  EXPECT_TRUE(ZBProfilerIsMonitoringNewThreads());
+  std::atomic<int> rounds{0};
+  // Started through the library, so the profiler adds it as it starts.
+  ZBThread hammer =
+      ZBThreadCreate("zb-hammer", hammerHeapAndLoader, &rounds, ZBThreadPriorityDefault, 0, 0);
+  ASSERT_NE(0u, hammer);
+  for (int i = 0; i < 1000; ++i) // the test's own thread allocates too
+    std::free(std::malloc(size_t(i + 1)));
+  ASSERT_EQ(ZBErrorNone, ZBThreadJoin(hammer, nullptr));
+  EXPECT_EQ(ZBErrorNone, ZBProfilerStop());
+  EXPECT_GT(rounds.load(), 10);
+}
+
+TEST(ZBProfiler, QuovexProfilerSettingsStartItWithTheLibrary) {
+  // The child reads both variables as the library loads and its initializers run.
+  const std::string path = testing::TempDir() + "zbtest-profiler-at-load.zbtrace";
+  SetEnvironmentVariableA("ZB_TRACE_CONFIG", ("file=" + path).c_str());
+  SetEnvironmentVariableA("QUOVEX_PROFILER", "interval=2ms,all");
+  EXPECT_EXIT(
+      {
+        ZBInitializerRun();
+        const bool monitoring = ZBProfilerIsMonitoringNewThreads();
+        Sleep(200);
+        const bool stopped = ZBProfilerStop() == ZBErrorNone;
+        ZBTraceStop();
+        std::exit(monitoring && stopped ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+  SetEnvironmentVariableA("ZB_TRACE_CONFIG", nullptr);
+  SetEnvironmentVariableA("QUOVEX_PROFILER", nullptr);
+  size_t samples = 0;
+  for (const ReadEvent &event : readTrace(path, true).events)
+    samples += event.type == ZBTraceEventSample;
+  EXPECT_GE(samples, 10u);
 }
