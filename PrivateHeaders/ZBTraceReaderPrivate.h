@@ -1,5 +1,6 @@
 // The trace reader's inside, shared by the reader's entry points, the JSON
-// exporter and the fuzzer: a reader over a file or over bytes in memory.
+// exporter, the fuzzer and the tests of internal routines: a reader over a
+// file or over bytes in memory, and the export with its file size limit.
 #pragma once
 
 #include "ZBTrace.h"
@@ -33,5 +34,9 @@ namespace zb::trace {
 // Reads the file header of a reader whose source is set; ZBErrorIO when it
 // is not a trace.
 ZBError readFileHeader(ZBTraceReader *reader) noexcept;
+
+// ZBTraceConvertToJSON with the size past which a further file starts.
+ZBError convertToJSON(const char *tracePath, const char *jsonPath,
+                      uint64_t fileLimitBytes) noexcept;
 
 } // namespace zb::trace
