@@ -731,3 +731,101 @@ TEST(ZBProfiler, QuovexProfilerSettingsStartItWithTheLibrary) {
     samples += event.type == ZBTraceEventSample;
   EXPECT_GE(samples, 10u);
 }
+
+namespace {
+
+// Runs zb-trace (beside this program) with `arguments`; its standard output
+// goes to `outputPath` when given. Returns the exit code, or -1.
+int runTool(const std::string &arguments, const std::string &outputPath = "",
+            HANDLE *outProcess = nullptr) {
+  char self[MAX_PATH];
+  GetModuleFileNameA(nullptr, self, sizeof self);
+  std::string command = self;
+  command =
+      "\"" + command.substr(0, command.find_last_of('\\') + 1) + "zb-trace.exe\" " + arguments;
+  SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+  HANDLE output = INVALID_HANDLE_VALUE;
+  if (!outputPath.empty())
+    output = CreateFileA(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                         CREATE_ALWAYS, 0, nullptr);
+  STARTUPINFOA startup{};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = output != INVALID_HANDLE_VALUE ? output : GetStdHandle(STD_OUTPUT_HANDLE);
+  startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+  PROCESS_INFORMATION process{};
+  const BOOL started = CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                      nullptr, &startup, &process);
+  if (output != INVALID_HANDLE_VALUE)
+    CloseHandle(output);
+  if (!started)
+    return -1;
+  CloseHandle(process.hThread);
+  if (outProcess != nullptr) {
+    *outProcess = process.hProcess;
+    return 0;
+  }
+  WaitForSingleObject(process.hProcess, 60000);
+  DWORD code = DWORD(-1);
+  GetExitCodeProcess(process.hProcess, &code);
+  CloseHandle(process.hProcess);
+  return int(code);
+}
+
+} // namespace
+
+TEST(ZBTraceTool, ConvertDumpStatsFoldedAndListen) {
+  const std::string path = tracePath("tool.zbtrace");
+  ASSERT_EQ(ZBErrorNone, ZBTraceStart(path.c_str()));
+  const int32_t outer = ZBTraceDefineName("zb-tool-outer");
+  ZBTraceBegin(outer);
+  for (int i = 0; i < 3; ++i) {
+    ZBTraceBeginFormat("zb-tool-inner");
+    ZBTraceEnd(0);
+  }
+  ZBTraceEnd(outer);
+  ZBTraceCounter(outer, 9);
+  ASSERT_EQ(ZBErrorNone, ZBTraceStop());
+
+  const std::string json = tracePath("tool.json");
+  EXPECT_EQ(0, runTool("convert \"" + path + "\" \"" + json + "\""));
+  EXPECT_EQ("", zbtest::checkTraceJSON(json).fault);
+  const std::string dump = tracePath("tool.dump");
+  EXPECT_EQ(0, runTool("dump \"" + path + "\"", dump));
+  const std::string dumped = zbtest::readFile(dump);
+  EXPECT_EQ(3u, zbtest::occurrences(dumped, " begin zb-tool-inner "));
+  EXPECT_EQ(1u, zbtest::occurrences(dumped, " counter zb-tool-outer 9 "));
+  const std::string stats = tracePath("tool.stats");
+  EXPECT_EQ(0, runTool("stats \"" + path + "\"", stats));
+  const std::string table = zbtest::readFile(stats);
+  EXPECT_NE(std::string::npos, table.find("zb-tool-inner")) << table;
+  int count = 0;
+  const size_t row = table.find("zb-tool-inner");
+  if (row != std::string::npos)
+    std::sscanf(table.c_str() + row + std::strlen("zb-tool-inner"), "%d", &count);
+  EXPECT_EQ(3, count) << table;
+  EXPECT_EQ(0, runTool("folded \"" + path + "\" \"" + tracePath("tool.folded") + "\""));
+  EXPECT_EQ(2, runTool("bogus"));
+  EXPECT_EQ(1, runTool("dump \"" + tracePath("absent.zbtrace") + "\""));
+
+  // listen: a port free a moment ago, and a session sent to it.
+  uint16_t port = 0;
+  {
+    Listener probe;
+    port = probe.port();
+  }
+  const std::string received = tracePath("tool-received.zbtrace");
+  HANDLE listener = nullptr;
+  ASSERT_EQ(0, runTool("listen " + std::to_string(port) + " \"" + received + "\"", "", &listener));
+  ZBError connected = ZBErrorConnectionRefused;
+  for (int attempt = 0; attempt < 100 && connected != ZBErrorNone; ++attempt, Sleep(50))
+    connected = ZBTraceStartHost("127.0.0.1", port);
+  ASSERT_EQ(ZBErrorNone, connected);
+  recordScript();
+  ASSERT_EQ(ZBErrorNone, ZBTraceStop());
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(listener, 30000));
+  CloseHandle(listener);
+  const ReadTrace trace = readTrace(received);
+  EXPECT_EQ(ZBErrorNotFound, trace.end);
+  EXPECT_EQ(12001u, trace.events.size());
+}
