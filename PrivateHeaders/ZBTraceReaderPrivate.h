@@ -6,6 +6,7 @@
 #include "ZBTrace.h"
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -34,6 +35,20 @@ namespace zb::trace {
 // Reads the file header of a reader whose source is set; ZBErrorIO when it
 // is not a trace.
 ZBError readFileHeader(ZBTraceReader *reader) noexcept;
+
+// A reader freed with its holder.
+using ReaderHolder = std::unique_ptr<ZBTraceReader, void (*)(ZBTraceReader *)>;
+
+// Opens the trace an export reads: ZBErrorInvalidArgument when either path
+// is null, else ZBTraceReaderOpen's answer.
+inline ZBError openForExport(const char *tracePath, const char *outPath, ReaderHolder &out) {
+  if (tracePath == nullptr || outPath == nullptr)
+    return ZBErrorInvalidArgument;
+  ZBTraceReader *reader = nullptr;
+  const ZBError error = ZBTraceReaderOpen(tracePath, &reader);
+  out.reset(reader);
+  return error;
+}
 
 // ZBTraceConvertToJSON with the size past which a further file starts.
 ZBError convertToJSON(const char *tracePath, const char *jsonPath,

@@ -3,6 +3,7 @@
 // Identical stacks are counted together; lines come in the stacks' order.
 #include "ZBPlatform.h"
 #include "ZBTrace.h"
+#include "ZBTraceReaderPrivate.h"
 
 #include <cstdio>
 #include <map>
@@ -10,20 +11,17 @@
 
 extern "C" ZBError ZBProfilerWriteFoldedStacks(const char *tracePath,
                                                const char *outPath) noexcept {
-  if (tracePath == nullptr || outPath == nullptr)
-    return ZBErrorInvalidArgument;
-  ZBTraceReader *reader = nullptr;
-  ZBError error = ZBTraceReaderOpen(tracePath, &reader);
+  zb::trace::ReaderHolder reader(nullptr, ZBTraceReaderFree);
+  const ZBError error = zb::trace::openForExport(tracePath, outPath, reader);
   if (error != ZBErrorNone)
     return error;
   try {
     std::map<std::string, uint64_t> stacks;
     ZBTraceEvent event;
-    while (ZBTraceReaderNext(reader, &event) == ZBErrorNone)
+    while (ZBTraceReaderNext(reader.get(), &event) == ZBErrorNone)
       if (event.type == ZBTraceEventSample && event.text[0] != '\0')
         ++stacks[event.text];
-    ZBTraceReaderFree(reader);
-    reader = nullptr;
+    reader.reset();
     std::FILE *out = zb::platform::openStream(outPath, "wb");
     if (out == nullptr)
       return ZBErrorAccessDenied;
@@ -33,7 +31,6 @@ extern "C" ZBError ZBProfilerWriteFoldedStacks(const char *tracePath,
           std::fprintf(out, "%s %llu\n", stack.c_str(), (unsigned long long)count) > 0 && written;
     return std::fclose(out) == 0 && written ? ZBErrorNone : ZBErrorIO;
   } catch (...) {
-    ZBTraceReaderFree(reader);
     return ZBErrorNoMemory;
   }
 }

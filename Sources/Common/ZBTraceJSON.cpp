@@ -267,20 +267,16 @@ namespace zb::trace {
 
 ZBError convertToJSON(const char *tracePath, const char *jsonPath,
                       uint64_t fileLimitBytes) noexcept {
-  if (tracePath == nullptr || jsonPath == nullptr)
-    return ZBErrorInvalidArgument;
-  ZBTraceReader *reader = nullptr;
-  ZBError error = ZBTraceReaderOpen(tracePath, &reader);
+  ReaderHolder reader(nullptr, ZBTraceReaderFree);
+  const ZBError error = openForExport(tracePath, jsonPath, reader);
   if (error != ZBErrorNone)
     return error;
   try {
     JSONWriter writer(jsonPath, reader->processID, fileLimitBytes);
-    error = writer.convert(reader);
+    return writer.convert(reader.get());
   } catch (...) {
-    error = ZBErrorNoMemory;
+    return ZBErrorNoMemory;
   }
-  ZBTraceReaderFree(reader);
-  return error;
 }
 
 } // namespace zb::trace
