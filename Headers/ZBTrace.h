@@ -28,8 +28,8 @@ ZB_EXPORT int32_t ZBTraceDefineName(const char *name) ZB_NOEXCEPT;
 ZB_EXPORT void ZBTraceBegin(int32_t nameID) ZB_NOEXCEPT;
 /** Closes the calling thread's innermost span. */
 ZB_EXPORT void ZBTraceEnd(int32_t nameID) ZB_NOEXCEPT;
-/** Opens a span whose name is formatted (qprintf rules), only while a
-   session records. */
+/** Opens a span whose name is formatted (qprintf rules, at most 127 bytes
+   kept), only while a session records. */
 ZB_EXPORT void ZBTraceBeginFormat(const char *format, ...) ZB_NOEXCEPT ZB_PRINTF_LIKE(1, 2);
 /** Records a point in time named `nameID`, with an optional text. */
 ZB_EXPORT void ZBTraceInstant(int32_t nameID, const char *text) ZB_NOEXCEPT;
