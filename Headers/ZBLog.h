@@ -110,8 +110,9 @@ ZB_EXPORT void ZBLogEnvironmentReset(void) ZB_NOEXCEPT;
 
 /** Crash-report hooks. */
 typedef void (*ZBBugReportCallback)(void *context);
-/** Calls the crash-dump handler if one is installed; without one it logs a
-   Fatal "NOT YET IMPLEMENTED" line and ends the process.
+/** Calls the crash-dump handler installed with ZBCrashDumpSetHandler
+   (ZBCrashReport.h) if there is one; without one it logs a Fatal
+   "NOT YET IMPLEMENTED" line and ends the process.
    @return The handler's result. */
 ZB_EXPORT int32_t ZBCrashDumpFixImmediately(void) ZB_NOEXCEPT;
 /** Installs the callback that ZBCRTriggerBugReport calls; null removes it. */

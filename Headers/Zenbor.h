@@ -11,6 +11,7 @@
 #include "ZBAlloc.h"
 #include "ZBBacktrace.h"
 #include "ZBBuffer.h"
+#include "ZBCrashReport.h"
 #include "ZBEnvironment.h"
 #include "ZBFile.h"
 #include "ZBFileDescriptor.h"

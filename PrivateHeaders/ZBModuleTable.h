@@ -18,6 +18,10 @@ struct CodeRange {
   uint32_t functionCount;
 };
 
+// The NT headers of the image mapped at `base`, or null when its DOS or NT
+// signature or its optional header is not a 64-bit image's.
+const IMAGE_NT_HEADERS64 *mappedHeaders(uintptr_t base) noexcept;
+
 // Fills the table from the modules loaded now and registers for the loader's
 // notifications. Once per process; later calls return at once. Takes the
 // loader lock the first time, so it is called before anything is stopped

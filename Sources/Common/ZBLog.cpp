@@ -10,6 +10,7 @@
 #include "ZBAlloc.h"
 #include "ZBBaseAllocator.h"
 #include "ZBBuffer.h"
+#include "ZBCrashReport.h"
 #include "ZBEnvironment.h"
 #include "ZBLock.h"
 #include "ZBLogConfiguration.h"
@@ -19,6 +20,7 @@
 #include "ZBString.h"
 #include "ZBTracePrivate.h"
 
+#include <atomic>
 #include <cstring>
 #include <pthread.h>
 
@@ -37,6 +39,7 @@ void *sLogFile;
 ZBMutex *sAnalyticsLock; // created at start-up
 void *sAnalyticsCounter;
 ZBBugReportCallback sBugReportCallback;
+std::atomic<ZBCrashDumpHandler> sCrashDumpHandler{nullptr};
 
 void debuggerSink(int32_t, const char *line) {
   zb::ScopedLock lock(&sLogLock);
@@ -51,8 +54,7 @@ void fileSink(int32_t, const char *line) {
 void (*sSink)(int32_t level, const char *line) = debuggerSink;
 
 const char *levelName(int32_t level) {
-  static constexpr const char *kNames[] = {"FATAL", "ERROR", "WARNING", "INFO", "DEBUG",
-                                           "VERBOSE"};
+  static constexpr const char *kNames[] = {"FATAL", "ERROR", "WARNING", "INFO", "DEBUG", "VERBOSE"};
   if (level < ZBLogLevelFatal || level > ZBLogLevelVerbose)
     return "UNKNOWN";
   return kNames[level - ZBLogLevelFatal];
@@ -204,7 +206,8 @@ void ensureConfigurationLoaded() {
     if (zb::log::isLoaded(sConfiguration))
       return;
   }
-  const zb::log::ZBLogConfigurationSources sources = zb::log::readConfigurationSources(sConfiguration);
+  const zb::log::ZBLogConfigurationSources sources =
+      zb::log::readConfigurationSources(sConfiguration);
   zb::ScopedLock lock(&sLogLock);
   if (!zb::log::isLoaded(sConfiguration))
     zb::log::loadConfiguration(sConfiguration, sources);
@@ -262,8 +265,8 @@ extern "C" void ZBLogS(int32_t level, ZBLogSite *site, const char *function, con
   va_end(arguments);
 }
 
-extern "C" void ZBLogSUnsafe(int32_t level, ZBLogSite *site, const char *function,
-                             const char *file, uint32_t line, const char *format, ...) noexcept {
+extern "C" void ZBLogSUnsafe(int32_t level, ZBLogSite *site, const char *function, const char *file,
+                             uint32_t line, const char *format, ...) noexcept {
   va_list arguments;
   va_start(arguments, format);
   writeLine(level, site ? site->lineWord & kSiteFlagsMask : 0, function, file, line, format,
@@ -279,8 +282,8 @@ extern "C" void ZBLogX(int32_t level, const char *function, const char *file, ui
   va_end(arguments);
 }
 
-extern "C" void ZBLogXUnsafe(int32_t level, const char *function, const char *file,
-                             uint32_t line, const char *format, ...) noexcept {
+extern "C" void ZBLogXUnsafe(int32_t level, const char *function, const char *file, uint32_t line,
+                             const char *format, ...) noexcept {
   va_list arguments;
   va_start(arguments, format);
   writeLine(level, 0, function, file, line, format, arguments);
@@ -299,6 +302,8 @@ extern "C" void ZBLogFatalAssertion(const char *function, const char *file, uint
          hasMessage ? message : "");
   ZBAbortWithBacktrace();
 }
+
+void _ZBLogWriteToSink(const char *text) noexcept { sSink(ZBLogLevelRaw, text); }
 
 extern "C" void ZBAbort(void) noexcept { zb::platform::abortProcess(); }
 
@@ -340,14 +345,13 @@ extern "C" int32_t ZBLogBufferCopyBytes(void *destination, uint32_t capacity) no
   return ZBCircularBufferCopyBytes(sRing, destination, capacity);
 }
 
-extern "C" ZBCircularBuffer *ZBLogGetLogBufferThreadUnsafeDoNotUse(void) noexcept {
-  return sRing;
-}
+extern "C" ZBCircularBuffer *ZBLogGetLogBufferThreadUnsafeDoNotUse(void) noexcept { return sRing; }
 
 extern "C" void ZBLogSetBackgroundColor(uint32_t) noexcept { zb::ScopedLock lock(&sLogLock); }
 
 extern "C" void ZBLogEnvironmentReset(void) noexcept {
-  const zb::log::ZBLogConfigurationSources sources = zb::log::readConfigurationSources(sConfiguration);
+  const zb::log::ZBLogConfigurationSources sources =
+      zb::log::readConfigurationSources(sConfiguration);
   zb::ScopedLock lock(&sLogLock);
   zb::log::clearConfiguration(sConfiguration);
   zb::log::loadConfiguration(sConfiguration, sources);
@@ -355,8 +359,13 @@ extern "C" void ZBLogEnvironmentReset(void) noexcept {
     determineSite(site);
 }
 
+extern "C" void ZBCrashDumpSetHandler(ZBCrashDumpHandler handler) noexcept {
+  sCrashDumpHandler.store(handler);
+}
+
 extern "C" int32_t ZBCrashDumpFixImmediately(void) noexcept {
-  // No crash-dump handler exists in this build.
+  if (const ZBCrashDumpHandler handler = sCrashDumpHandler.load())
+    return handler();
   ZB_LOG_FATAL_AT("ZBCrashDumpFixImmediately", __FILE__, 1388, "NOT YET IMPLEMENTED");
 }
 

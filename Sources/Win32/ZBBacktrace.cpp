@@ -1,10 +1,11 @@
 // Backtraces of the calling thread (the system's own walker, which is the
 // fastest there is for a running thread) and of the other threads of the
 // registry (stopped just long enough to copy their stack, then unwound from
-// the copy).
+// the copy), and the printed, symbolized form of the calling thread's.
 #include "ZBBacktrace.h"
 
 #include "ZBAlloc.h"
+#include "ZBLogPrivate.h"
 #include "ZBOwned.h"
 #include "ZBStackSnapshot.h"
 #include "ZBThreadHandle.h"
@@ -13,11 +14,13 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdio>
 
 namespace {
 
 // Enough for deep recursion without an unbounded allocation per capture.
 constexpr size_t kStackCopyBytes = 256 * 1024;
+constexpr uint32_t kPrintedFrames = 64;
 constexpr uint32_t kMostFramesPerCall = 0xFFFF; // the system's count is 16 bits
 
 } // namespace
@@ -27,10 +30,36 @@ extern "C" __attribute__((noinline)) uint32_t ZBBacktraceCapture(void **frames, 
                                                                  uint32_t skip) noexcept {
   if (frames == nullptr || capacity == 0)
     return 0;
-  const uint32_t count =
+  const uint32_t captured =
       RtlCaptureStackBackTrace(skip + 1, std::min(capacity, kMostFramesPerCall), frames, nullptr);
-  __asm__ volatile("" ::: "memory");
+  // Wine's walker goes on past the system's thread start with a null frame
+  // and stale slots: the stack ends at the first null.
+  uint32_t count = 0;
+  while (count < captured && frames[count] != nullptr)
+    ++count;
   return count;
+}
+
+// "  #03 00000001400017d1 fixture_level3+0x21 (ZBFixtureLibrary.c:23) [...]"
+extern "C" __attribute__((noinline)) void ZBBacktracePrint(uint32_t skip) noexcept {
+  void *frames[kPrintedFrames];
+  const uint32_t count = ZBBacktraceCapture(frames, kPrintedFrames, skip + 1);
+  char line[1280];
+  std::snprintf(line, sizeof line, "Backtrace of thread %lu:\n", GetCurrentThreadId());
+  const auto print = [](const char *text) {
+    std::fputs(text, stderr);
+    _ZBLogWriteToSink(text);
+  };
+  print(line);
+  for (uint32_t index = 0; index < count; ++index) {
+    // The call that the return address follows.
+    const zb::Owned<char> description(
+        ZBSymbolCopyDescription(static_cast<const char *>(frames[index]) - 1));
+    std::snprintf(line, sizeof line, "  #%02u %p %s\n", index, frames[index],
+                  description ? description.get() : "");
+    print(line);
+  }
+  std::fflush(stderr);
 }
 
 extern "C" ZBError ZBBacktraceCaptureThread(uint32_t threadID, void **frames, uint32_t capacity,

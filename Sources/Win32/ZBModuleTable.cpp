@@ -44,12 +44,8 @@ public:
 // The exception directory of a mapped image, from its own headers.
 CodeRange describe(uintptr_t base) noexcept {
   CodeRange range{base, 0, nullptr, 0};
-  const auto *dos = reinterpret_cast<const IMAGE_DOS_HEADER *>(base);
-  if (dos->e_magic != IMAGE_DOS_SIGNATURE)
-    return range;
-  const auto *nt = reinterpret_cast<const IMAGE_NT_HEADERS64 *>(base + dos->e_lfanew);
-  if (nt->Signature != IMAGE_NT_SIGNATURE ||
-      nt->OptionalHeader.Magic != IMAGE_NT_OPTIONAL_HDR64_MAGIC)
+  const IMAGE_NT_HEADERS64 *nt = mappedHeaders(base);
+  if (nt == nullptr)
     return range;
   range.size = nt->OptionalHeader.SizeOfImage;
   if (nt->OptionalHeader.NumberOfRvaAndSizes <= IMAGE_DIRECTORY_ENTRY_EXCEPTION)
@@ -140,6 +136,17 @@ bool fill() noexcept {
 }
 
 } // namespace
+
+const IMAGE_NT_HEADERS64 *mappedHeaders(uintptr_t base) noexcept {
+  const auto *dos = reinterpret_cast<const IMAGE_DOS_HEADER *>(base);
+  if (dos->e_magic != IMAGE_DOS_SIGNATURE)
+    return nullptr;
+  const auto *nt = reinterpret_cast<const IMAGE_NT_HEADERS64 *>(base + dos->e_lfanew);
+  return nt->Signature == IMAGE_NT_SIGNATURE &&
+                 nt->OptionalHeader.Magic == IMAGE_NT_OPTIONAL_HDR64_MAGIC
+             ? nt
+             : nullptr;
+}
 
 void prepare() noexcept {
   static const bool sFilled = fill();

@@ -3,10 +3,12 @@
 // abnormal end of the process and the system environment.
 #include "ZBPlatform.h"
 
+#include "ZBBacktrace.h"
 #include "ZBModuleTable.h"
 #include "ZBOwned.h"
 #include "ZBPathNT.h"
 #include "ZBString.h"
+#include "ZBSymbolResolvers.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
 
@@ -24,7 +26,6 @@ namespace {
 
 // The non-continuable exception that marks a deliberate abort.
 constexpr DWORD kAbortExceptionCode = 0xC0000025;
-constexpr int kMaxBacktraceFrames = 62;
 
 } // namespace
 
@@ -79,26 +80,16 @@ std::FILE *openStream(const char *path, const char *mode) noexcept {
   return widePath ? _wfopen(reinterpret_cast<const wchar_t *>(widePath.get()), wideMode) : nullptr;
 }
 
-void prepareBacktraces() noexcept { zb::modules::prepare(); }
+void prepareBacktraces() noexcept {
+  zb::modules::prepare();
+  zb::symbols::prepare();
+}
 
-void printBacktrace() noexcept {
-  void *frames[kMaxBacktraceFrames];
-  const USHORT count = RtlCaptureStackBackTrace(1, kMaxBacktraceFrames, frames, nullptr);
-  std::fprintf(stderr, "Backtrace of thread %lu:\n", GetCurrentThreadId());
-  for (USHORT i = 0; i < count; ++i) {
-    HMODULE module = nullptr;
-    char name[MAX_PATH] = "?";
-    if (GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
-                               GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                           static_cast<LPCSTR>(frames[i]), &module))
-      GetModuleFileNameA(module, name, sizeof name);
-    const char *base = std::strrchr(name, '\\');
-    const uintptr_t offset =
-        reinterpret_cast<uintptr_t>(frames[i]) - reinterpret_cast<uintptr_t>(module);
-    std::fprintf(stderr, "  #%02u %p %s+0x%llx\n", static_cast<unsigned>(i), frames[i],
-                 base ? base + 1 : name, static_cast<unsigned long long>(offset));
-  }
-  std::fflush(stderr);
+// Starts at the caller: the frame of ZBAbortWithBacktrace or of the log.
+// Not inlined and not a tail call, so that its own frame is the one skipped.
+__attribute__((noinline)) void printBacktrace() noexcept {
+  ZBBacktracePrint(1);
+  __asm__ volatile("" ::: "memory");
 }
 
 void abortProcess() noexcept {
