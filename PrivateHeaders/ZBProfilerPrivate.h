@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace zb::profiler {
 
@@ -23,5 +24,9 @@ void forEachLibraryThread(void (*visit)(uint32_t threadID)) noexcept;
 ZBError startSampler(int64_t intervalNanoseconds) noexcept;
 // Stops and joins them.
 void stopSampler() noexcept;
+
+// A sample's frame ("module+0xoffset") named by its function when the
+// module is loaded in this process and its symbols say; else as given.
+std::string resolveFrame(const std::string &frame);
 
 } // namespace zb::profiler

@@ -1,13 +1,37 @@
 // The profiler's samples as folded stacks, "frame;frame;frame count" a
 // line, outermost frame first, which flamegraph.pl and speedscope read.
-// Identical stacks are counted together; lines come in the stacks' order.
+// Frames are named by their functions here, at export, where this process
+// has their modules loaded; stacks that then read the same are counted
+// together, and lines come in the stacks' order.
 #include "ZBPlatform.h"
+#include "ZBProfilerPrivate.h"
 #include "ZBTrace.h"
 #include "ZBTraceReaderPrivate.h"
 
 #include <cstdio>
 #include <map>
 #include <string>
+
+namespace {
+
+// The stack with each frame named through `names`, a cache of resolveFrame.
+std::string resolveStack(const std::string &stack, std::map<std::string, std::string> &names) {
+  std::string resolved;
+  for (size_t start = 0; start <= stack.size();) {
+    size_t end = stack.find(';', start);
+    if (end == std::string::npos)
+      end = stack.size();
+    const std::string frame = stack.substr(start, end - start);
+    auto found = names.find(frame);
+    if (found == names.end())
+      found = names.emplace(frame, zb::profiler::resolveFrame(frame)).first;
+    resolved += (resolved.empty() ? "" : ";") + found->second;
+    start = end + 1;
+  }
+  return resolved;
+}
+
+} // namespace
 
 extern "C" ZBError ZBProfilerWriteFoldedStacks(const char *tracePath,
                                                const char *outPath) noexcept {
@@ -17,10 +41,11 @@ extern "C" ZBError ZBProfilerWriteFoldedStacks(const char *tracePath,
     return error;
   try {
     std::map<std::string, uint64_t> stacks;
+    std::map<std::string, std::string> names;
     ZBTraceEvent event;
     while (ZBTraceReaderNext(reader.get(), &event) == ZBErrorNone)
       if (event.type == ZBTraceEventSample && event.text[0] != '\0')
-        ++stacks[event.text];
+        ++stacks[resolveStack(event.text, names)];
     reader.reset();
     std::FILE *out = zb::platform::openStream(outPath, "wb");
     if (out == nullptr)

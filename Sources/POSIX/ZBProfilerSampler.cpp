@@ -11,4 +11,6 @@ ZBError startSampler(int64_t) noexcept { return ZBErrorUnsupported; }
 
 void stopSampler() noexcept {}
 
+std::string resolveFrame(const std::string &frame) { return frame; }
+
 } // namespace zb::profiler

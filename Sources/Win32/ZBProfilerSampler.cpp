@@ -6,6 +6,7 @@
 // target's ID; text: its frames, outermost first, separated by ";"). While a
 // target is stopped nothing here touches the heap or a lock. A watchdog
 // resumes a target held over a second.
+#include "ZBBacktrace.h"
 #include "ZBLog.h"
 #include "ZBModuleTable.h"
 #include "ZBProfilerPrivate.h"
@@ -19,6 +20,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -73,9 +75,8 @@ const char *moduleName(Sampler &sampler, uintptr_t base) {
   return slot.name;
 }
 
-// A frame as a sample names it: "module+0xoffset". There is no symbol
-// service to ask for function names, so readers of the samples resolve the
-// offsets themselves (the module's unwind or debug data).
+// A frame as a sample names it: "module+0xoffset". Symbols are looked up
+// at export (resolveFrame), not while sampling.
 int nameFrame(Sampler &sampler, uintptr_t address, char *out, size_t room) {
   zb::modules::CodeRange range{};
   if (!zb::modules::find(address, range))
@@ -187,6 +188,21 @@ void stopSampler() noexcept {
     ZBThreadJoin(sampler->watchdogThread, nullptr);
   sSampler = nullptr;
   delete sampler;
+}
+
+std::string resolveFrame(const std::string &frame) {
+  const size_t plus = frame.rfind("+0x");
+  if (plus == std::string::npos)
+    return frame;
+  const HMODULE module = GetModuleHandleA(frame.substr(0, plus).c_str());
+  if (module == nullptr)
+    return frame;
+  const uintptr_t offset = std::strtoull(frame.c_str() + plus + 3, nullptr, 16);
+  ZBSymbolInfo symbol{};
+  const void *address = reinterpret_cast<const char *>(module) + offset;
+  if (ZBSymbolLookup(address, &symbol) != ZBErrorNone || symbol.name == nullptr)
+    return frame;
+  return symbol.name;
 }
 
 } // namespace zb::profiler
