@@ -6,7 +6,8 @@
  * Events (spans, instants, counter values) go into per-thread chunks and
  * from there to a file or to a host over TCP. Names are interned once for
  * the life of the process. While nothing records, every event call costs
- * one load and a branch.
+ * one load and a branch. The sampling profiler records into the same
+ * sessions.
  */
 #ifndef ZENBOR_ZBTRACE_H
 #define ZENBOR_ZBTRACE_H
@@ -27,8 +28,8 @@ ZB_EXPORT int32_t ZBTraceDefineName(const char *name) ZB_NOEXCEPT;
 ZB_EXPORT void ZBTraceBegin(int32_t nameID) ZB_NOEXCEPT;
 /** Closes the calling thread's innermost span. */
 ZB_EXPORT void ZBTraceEnd(int32_t nameID) ZB_NOEXCEPT;
-/** Opens a span whose name is formatted (qprintf rules), only while a
-   session records. */
+/** Opens a span whose name is formatted (qprintf rules, at most 127 bytes
+   kept), only while a session records. */
 ZB_EXPORT void ZBTraceBeginFormat(const char *format, ...) ZB_NOEXCEPT ZB_PRINTF_LIKE(1, 2);
 /** Records a point in time named `nameID`, with an optional text. */
 ZB_EXPORT void ZBTraceInstant(int32_t nameID, const char *text) ZB_NOEXCEPT;
@@ -108,6 +109,35 @@ typedef bool (*ZBPerfCounterCallback)(int32_t counterID, const char *name, int64
 /** Calls `callback` with every defined counter. Returns 0, or
    ZBErrorInvalidArgument for a null callback. */
 ZB_EXPORT ZBError ZBPerfCounterEnumerate(ZBPerfCounterCallback callback, void *context) ZB_NOEXCEPT;
+
+/** ZBProfilerStart's flag: also sample the main thread and every thread the
+   library creates (ZBThreadCreate adds them as they start). */
+#define ZBProfilerFlagAllThreads 1u
+
+/** True while a profiler started with ZBProfilerFlagAllThreads runs: a
+   thread starting then adds itself with ZBProfilerAddThread. */
+ZB_EXPORT bool ZBProfilerIsMonitoringNewThreads(void) ZB_NOEXCEPT;
+/** Adds a thread, by its system ID, to those the profiler samples. */
+ZB_EXPORT void ZBProfilerAddThread(uint32_t threadID) ZB_NOEXCEPT;
+/** Removes a thread from those the profiler samples. */
+ZB_EXPORT void ZBProfilerRemoveThread(uint32_t threadID) ZB_NOEXCEPT;
+/** Samples the added threads every `intervalNanoseconds` into the running
+   trace session, as ZBTraceEventSample events (value: the thread's ID;
+   text: its frames "module+0xoffset", outermost first, separated by ";").
+   Returns 0, ZBErrorInvalidArgument (interval not positive, unknown flags),
+   ZBErrorUnsupported (-21) when no session records or the platform cannot
+   sample, ZBErrorAlready while the profiler runs, ZBErrorNoMemory or
+   ZBErrorResourcesExhausted. */
+ZB_EXPORT ZBError ZBProfilerStart(int64_t intervalNanoseconds, uint32_t flags) ZB_NOEXCEPT;
+/** Stops sampling. Returns 0, or ZBErrorNotFound when the profiler does not
+   run. */
+ZB_EXPORT ZBError ZBProfilerStop(void) ZB_NOEXCEPT;
+/** Writes the samples of the trace at `tracePath` as folded stacks
+   ("frame;frame;frame count" a line) to `outPath`. Returns 0,
+   ZBErrorInvalidArgument, ZBErrorIO, ZBErrorNoMemory, or the error of an
+   open. */
+ZB_EXPORT ZBError ZBProfilerWriteFoldedStacks(const char *tracePath,
+                                              const char *outPath) ZB_NOEXCEPT;
 
 ZB_EXTERN_C_END
 

@@ -30,6 +30,19 @@ public:
   virtual bool write(const void *bytes, size_t length) noexcept = 0;
 };
 Sink *openFileSink(const char *path, ZBError *outError) noexcept;
+// Hands `bytes` to `send(cursor, length)`, which answers the count it took
+// (0 or less: failed), until all are taken; false when one send failed.
+template <typename Send>
+bool sendAll(const void *bytes, size_t length, Send send) {
+  for (const char *cursor = static_cast<const char *>(bytes); length != 0;) {
+    const long long sent = send(cursor, length);
+    if (sent <= 0)
+      return false;
+    cursor += sent;
+    length -= size_t(sent);
+  }
+  return true;
+}
 // TCP to host:port (the platform's socket layer).
 Sink *openHostSink(const char *host, uint16_t port, ZBError *outError) noexcept;
 // Takes the sink; ZBErrorAlready (and the sink deleted) while one records.

@@ -1,10 +1,12 @@
 // The trace reader's inside, shared by the reader's entry points, the JSON
-// exporter and the fuzzer: a reader over a file or over bytes in memory.
+// exporter, the fuzzer and the tests of internal routines: a reader over a
+// file or over bytes in memory, and the export with its file size limit.
 #pragma once
 
 #include "ZBTrace.h"
 
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -33,5 +35,23 @@ namespace zb::trace {
 // Reads the file header of a reader whose source is set; ZBErrorIO when it
 // is not a trace.
 ZBError readFileHeader(ZBTraceReader *reader) noexcept;
+
+// A reader freed with its holder.
+using ReaderHolder = std::unique_ptr<ZBTraceReader, void (*)(ZBTraceReader *)>;
+
+// Opens the trace an export reads: ZBErrorInvalidArgument when either path
+// is null, else ZBTraceReaderOpen's answer.
+inline ZBError openForExport(const char *tracePath, const char *outPath, ReaderHolder &out) {
+  if (tracePath == nullptr || outPath == nullptr)
+    return ZBErrorInvalidArgument;
+  ZBTraceReader *reader = nullptr;
+  const ZBError error = ZBTraceReaderOpen(tracePath, &reader);
+  out.reset(reader);
+  return error;
+}
+
+// ZBTraceConvertToJSON with the size past which a further file starts.
+ZBError convertToJSON(const char *tracePath, const char *jsonPath,
+                      uint64_t fileLimitBytes) noexcept;
 
 } // namespace zb::trace

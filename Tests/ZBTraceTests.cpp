@@ -3,8 +3,10 @@
 // export against a strict checker, torn and unwritable traces, the host
 // sink, and the performance counters.
 #include "ZBTestSupport.h"
+#include "ZBTraceJSONCheck.h"
 
 #include "ZBEnvironment.h"
+#include "ZBInitializer.h"
 #include "ZBLock.h"
 #include "ZBSocket.h"
 #include "ZBSocketAddress.h"
@@ -66,236 +68,6 @@ std::string tracePath(const char *name) { return zbtest::temporaryPath(name); }
 struct SessionGuard {
   ~SessionGuard() { ZBTraceStop(); }
 };
-
-// ---- A strict JSON checker: the grammar of RFC 8259 with well-formed
-// UTF-8, then the trace-event rules (B/E balance and ts order per thread).
-class StrictJSON {
-public:
-  explicit StrictJSON(const std::string &text) : mText(text) {}
-
-  struct Value {
-    char kind = 0; // 's' string, 'n' number, 'o' object, 'a' array, 'l' literal
-    std::string text;
-    std::map<std::string, Value> members;
-  };
-
-  // Parses the document; each element of "traceEvents" goes to `visit`
-  // (and is not kept), so a file of millions of events parses in little
-  // memory. Returns an empty string or the first fault.
-  template <typename Visit>
-  std::string parseDocument(Visit visit) {
-    skipSpace();
-    if (!take('{'))
-      return fault("document is not an object");
-    bool sawUnit = false, sawEvents = false;
-    for (bool first = true; (skipSpace(), !take('}')); first = false) {
-      if (!first && !take(','))
-        return fault("expected ,");
-      std::string key;
-      skipSpace();
-      if (!parseString(&key) || (skipSpace(), !take(':')))
-        return fault("bad member");
-      skipSpace();
-      if (key == "traceEvents") {
-        sawEvents = true;
-        if (!take('['))
-          return fault("traceEvents is not an array");
-        for (bool firstEvent = true; (skipSpace(), !take(']')); firstEvent = false) {
-          if (!firstEvent && !take(','))
-            return fault("expected , between events");
-          Value event;
-          skipSpace();
-          if (!parseValue(&event) || event.kind != 'o')
-            return fault("an event is not an object");
-          const std::string problem = visit(event);
-          if (!problem.empty())
-            return fault(problem);
-        }
-      } else {
-        Value value;
-        if (!parseValue(&value))
-          return fault("bad value");
-        if (key == "displayTimeUnit")
-          sawUnit = value.kind == 's' && value.text == "ns";
-      }
-      skipSpace();
-    }
-    skipSpace();
-    if (mAt != mText.size())
-      return fault("text after the document");
-    if (!sawUnit || !sawEvents)
-      return "missing displayTimeUnit \"ns\" or traceEvents";
-    return "";
-  }
-
-private:
-  std::string fault(const std::string &what) { return what + " at byte " + std::to_string(mAt); }
-  void skipSpace() {
-    while (mAt < mText.size() && std::strchr(" \t\r\n", mText[mAt]) && mText[mAt] != '\0')
-      ++mAt;
-  }
-  bool take(char c) {
-    if (mAt < mText.size() && mText[mAt] == c)
-      return ++mAt, true;
-    return false;
-  }
-
-  bool parseValue(Value *out) {
-    if (mAt >= mText.size())
-      return false;
-    const char c = mText[mAt];
-    if (c == '"')
-      return out->kind = 's', parseString(&out->text);
-    if (c == '{') {
-      out->kind = 'o';
-      ++mAt;
-      for (bool first = true; (skipSpace(), !take('}')); first = false) {
-        if (!first && !take(','))
-          return false;
-        skipSpace();
-        std::string key;
-        if (!parseString(&key))
-          return false;
-        skipSpace();
-        if (!take(':'))
-          return false;
-        skipSpace();
-        if (out->members.count(key) || !parseValue(&out->members[key]))
-          return false;
-      }
-      return true;
-    }
-    if (c == '[') {
-      out->kind = 'a';
-      ++mAt;
-      for (bool first = true; (skipSpace(), !take(']')); first = false) {
-        Value item;
-        if ((!first && !take(',')) || (skipSpace(), !parseValue(&item)))
-          return false;
-      }
-      return true;
-    }
-    for (const char *literal : {"true", "false", "null"})
-      if (mText.compare(mAt, std::strlen(literal), literal) == 0)
-        return out->kind = 'l', mAt += std::strlen(literal), true;
-    return out->kind = 'n', parseNumber(&out->text);
-  }
-
-  bool parseNumber(std::string *out) {
-    const size_t start = mAt;
-    take('-');
-    if (take('0')) {
-    } else if (!digits()) {
-      return false;
-    }
-    if (take('.') && !digits())
-      return false;
-    if ((take('e') || take('E')) && ((take('+') || take('-')), !digits()))
-      return false;
-    *out = mText.substr(start, mAt - start);
-    return true;
-  }
-  bool digits() {
-    const size_t start = mAt;
-    while (mAt < mText.size() && mText[mAt] >= '0' && mText[mAt] <= '9')
-      ++mAt;
-    return mAt != start;
-  }
-
-  bool parseString(std::string *out) {
-    if (!take('"'))
-      return false;
-    out->clear();
-    while (mAt < mText.size()) {
-      const unsigned char c = static_cast<unsigned char>(mText[mAt]);
-      if (c == '"')
-        return ++mAt, true;
-      if (c < 0x20)
-        return false; // raw control characters must be escaped
-      if (c == '\\') {
-        if (++mAt >= mText.size())
-          return false;
-        const char e = mText[mAt++];
-        if (e == 'u') {
-          if (mAt + 4 > mText.size())
-            return false;
-          for (int i = 0; i < 4; ++i)
-            if (!std::isxdigit(static_cast<unsigned char>(mText[mAt + i])))
-              return false;
-          out->push_back('?');
-          mAt += 4;
-        } else if (std::strchr("\"\\/bfnrt", e) && e != '\0') {
-          out->push_back(e);
-        } else {
-          return false;
-        }
-        continue;
-      }
-      const size_t length = c < 0x80 ? 1 : c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC2 ? 2 : 0;
-      if (length == 0 || mAt + length > mText.size())
-        return false;
-      for (size_t i = 1; i < length; ++i)
-        if ((static_cast<unsigned char>(mText[mAt + i]) & 0xC0) != 0x80)
-          return false;
-      out->append(mText, mAt, length);
-      mAt += length;
-    }
-    return false;
-  }
-
-  const std::string &mText;
-  size_t mAt = 0;
-};
-
-struct JSONVerdict {
-  std::string fault; // empty: passes
-  size_t events = 0;
-  std::map<std::string, size_t> phases;
-  std::vector<std::string> names;
-};
-
-// Parses the file strictly and checks the trace-event rules.
-JSONVerdict checkTraceJSON(const std::string &path) {
-  const std::string text = zbtest::readFile(path);
-  JSONVerdict verdict;
-  std::map<std::string, int> depth;
-  std::map<std::string, double> lastTime;
-  StrictJSON parser(text);
-  verdict.fault = parser.parseDocument([&](const StrictJSON::Value &event) -> std::string {
-    ++verdict.events;
-    const auto phase = event.members.find("ph");
-    const auto tid = event.members.find("tid");
-    if (phase == event.members.end() || tid == event.members.end() || phase->second.kind != 's')
-      return "an event without ph or tid";
-    const std::string &ph = phase->second.text;
-    ++verdict.phases[ph];
-    if (auto name = event.members.find("name"); name != event.members.end())
-      verdict.names.push_back(name->second.text);
-    if (ph == "M")
-      return "";
-    const auto ts = event.members.find("ts");
-    if (ts == event.members.end() || ts->second.kind != 'n')
-      return "a timed event without ts";
-    const std::string &stamp = ts->second.text;
-    const size_t dot = stamp.find('.');
-    if (dot == std::string::npos || stamp.size() - dot != 4)
-      return "ts without three decimals: " + stamp;
-    const double time = std::stod(stamp);
-    auto [last, fresh] = lastTime.emplace(tid->second.text, time);
-    if (!fresh && time < last->second)
-      return "ts goes back on thread " + tid->second.text;
-    last->second = time;
-    if (ph == "B")
-      ++depth[tid->second.text];
-    if (ph == "E" && --depth[tid->second.text] < 0)
-      return "E without B on thread " + tid->second.text;
-    return "";
-  });
-  for (const auto &[thread, open] : depth)
-    if (verdict.fault.empty() && open != 0)
-      verdict.fault = "unbalanced spans on thread " + thread;
-  return verdict;
-}
 
 } // namespace
 
@@ -452,7 +224,7 @@ TEST(ZBTraceVolume, EightThreadsOfBeginEndPairsReadBackBalanced) {
 
   const std::string json = tracePath("volume.json");
   ASSERT_EQ(ZBErrorNone, ZBTraceConvertToJSON(path.c_str(), json.c_str()));
-  JSONVerdict verdict = checkTraceJSON(json);
+  zbtest::JSONVerdict verdict = zbtest::checkTraceJSON(json);
   std::ifstream sized(json, std::ios::binary | std::ios::ate);
   std::printf("volume JSON: %lld bytes, %zu events, strict checker: %s\n",
               static_cast<long long>(sized.tellg()), verdict.events,
@@ -540,7 +312,7 @@ TEST(ZBTraceExport, JSONIsStrictWithBadUTF8AndOpenSpans) {
 
   const std::string json = tracePath("export.json");
   ASSERT_EQ(ZBErrorNone, ZBTraceConvertToJSON(path.c_str(), json.c_str()));
-  JSONVerdict verdict = checkTraceJSON(json);
+  zbtest::JSONVerdict verdict = zbtest::checkTraceJSON(json);
   EXPECT_EQ("", verdict.fault);
   EXPECT_EQ(3u, verdict.phases["B"]);
   EXPECT_EQ(3u, verdict.phases["E"]);
@@ -797,4 +569,264 @@ TEST(ZBPerfCounters, ShardedAddsSumExactly) {
       },
       &calls);
   EXPECT_EQ(1, calls);
+}
+
+namespace {
+
+std::atomic<bool> gSpinning{false};
+
+__attribute__((noinline)) void spinInKnownFunction() {
+  volatile uint64_t counter = 0;
+  while (gSpinning.load(std::memory_order_relaxed))
+    counter = counter + 1;
+}
+
+// The address range of a function of this program, from its unwind data.
+struct CodeRange {
+  uintptr_t begin, end;
+};
+
+CodeRange functionRange(void (*function)()) {
+  DWORD64 base = 0;
+  const auto address = reinterpret_cast<DWORD64>(function);
+  const RUNTIME_FUNCTION *entry = RtlLookupFunctionEntry(address, &base, nullptr);
+  if (entry == nullptr)
+    return {0, 0};
+  return {uintptr_t(base + entry->BeginAddress), uintptr_t(base + entry->EndAddress)};
+}
+
+// The address a "module+0xoffset" frame names, for frames of this program.
+uintptr_t frameAddress(const std::string &frame) {
+  const size_t plus = frame.rfind("+0x");
+  if (plus == std::string::npos)
+    return 0;
+  const auto base = reinterpret_cast<uintptr_t>(GetModuleHandleA(nullptr));
+  return base + std::stoull(frame.substr(plus + 3), nullptr, 16);
+}
+
+std::string leafFrame(const std::string &stack) {
+  const size_t semicolon = stack.rfind(';');
+  return semicolon == std::string::npos ? stack : stack.substr(semicolon + 1);
+}
+
+void *hammerHeapAndLoader(void *context) {
+  auto *rounds = static_cast<std::atomic<int> *>(context);
+  const DWORD start = GetTickCount();
+  while (GetTickCount() - start < 10000) {
+    for (int i = 0; i < 100; ++i)
+      std::free(std::malloc(size_t(16 + i * 64)));
+    if (HMODULE library = LoadLibraryA("version.dll"))
+      FreeLibrary(library);
+    ++*rounds;
+  }
+  return nullptr;
+}
+
+} // namespace
+
+TEST(ZBProfiler, StartNeedsASessionAndAnInterval) {
+  EXPECT_EQ(ZBErrorUnsupported, ZBProfilerStart(1000000, 0));
+  EXPECT_EQ(ZBErrorNotFound, ZBProfilerStop());
+  EXPECT_FALSE(ZBProfilerIsMonitoringNewThreads());
+  ASSERT_EQ(ZBErrorNone, ZBTraceStart(tracePath("profiler-errors.zbtrace").c_str()));
+  SessionGuard guard;
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBProfilerStart(0, 0));
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBProfilerStart(1000000, 0x80));
+  ASSERT_EQ(ZBErrorNone, ZBProfilerStart(1000000, 0));
+  EXPECT_FALSE(ZBProfilerIsMonitoringNewThreads());
+  EXPECT_EQ(ZBErrorAlready, ZBProfilerStart(1000000, 0));
+  EXPECT_EQ(ZBErrorNone, ZBProfilerStop());
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBProfilerWriteFoldedStacks(nullptr, "x"));
+}
+
+TEST(ZBProfiler, ASpinningThreadsSamplesNameItsFunction) {
+  const std::string path = tracePath("profile.zbtrace");
+  ASSERT_EQ(ZBErrorNone, ZBTraceStart(path.c_str()));
+  SessionGuard guard;
+  gSpinning = true;
+  std::atomic<uint32_t> spinnerID{0};
+  std::thread spinner([&] {
+    spinnerID = GetCurrentThreadId();
+    spinInKnownFunction();
+  });
+  while (spinnerID == 0)
+    ZBThreadYield();
+  ZBProfilerAddThread(spinnerID);
+  ASSERT_EQ(ZBErrorNone, ZBProfilerStart(1000000, 0));
+  Sleep(1000);
+  EXPECT_EQ(ZBErrorNone, ZBProfilerStop());
+  ZBProfilerRemoveThread(spinnerID);
+  gSpinning = false;
+  spinner.join();
+  ASSERT_EQ(ZBErrorNone, ZBTraceStop());
+
+  const CodeRange spin = functionRange(spinInKnownFunction);
+  ASSERT_NE(0u, spin.begin);
+  size_t samples = 0, inSpin = 0;
+  for (const ReadEvent &event : readTrace(path, true).events) {
+    if (event.type != ZBTraceEventSample || event.value != spinnerID)
+      continue;
+    ++samples;
+    const uintptr_t leaf = frameAddress(leafFrame(event.text));
+    inSpin += leaf >= spin.begin && leaf < spin.end;
+  }
+  std::printf("profiler: %zu samples of the spinning thread, %zu in the function\n", samples,
+              inSpin);
+  ASSERT_GE(samples, 50u);
+  EXPECT_GE(inSpin * 10, samples * 8);
+
+  // Folded: the frames named by their functions at export, one line per
+  // distinct stack.
+  const std::string folded = tracePath("profile.folded");
+  ASSERT_EQ(ZBErrorNone, ZBProfilerWriteFoldedStacks(path.c_str(), folded.c_str()));
+  std::ifstream lines(folded);
+  size_t counted = 0, namingSpin = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const size_t space = line.rfind(' ');
+    ASSERT_NE(std::string::npos, space) << line;
+    const size_t count = std::stoul(line.substr(space + 1));
+    counted += count;
+    if (leafFrame(line.substr(0, space)).find("spinInKnownFunction") != std::string::npos)
+      namingSpin += count;
+  }
+  EXPECT_LE(counted, samples); // only the spinning thread's, less any empty ones
+  EXPECT_GE(namingSpin * 10, samples * 8) << zbtest::readFile(folded);
+}
+
+TEST(ZBProfiler, NoDeadlockWhileTargetsHammerTheHeapAndTheLoader) {
+  ASSERT_EQ(ZBErrorNone, ZBTraceStart(tracePath("profile-hammer.zbtrace").c_str()));
+  SessionGuard guard;
+  ASSERT_EQ(ZBErrorNone, ZBProfilerStart(1000000, ZBProfilerFlagAllThreads));
+  EXPECT_TRUE(ZBProfilerIsMonitoringNewThreads());
+  std::atomic<int> rounds{0};
+  // Started through the library, so the profiler adds it as it starts.
+  ZBThread hammer =
+      ZBThreadCreate("zb-hammer", hammerHeapAndLoader, &rounds, ZBThreadPriorityDefault, 0, 0);
+  ASSERT_NE(0u, hammer);
+  for (int i = 0; i < 1000; ++i) // the test's own thread allocates too
+    std::free(std::malloc(size_t(i + 1)));
+  ASSERT_EQ(ZBErrorNone, ZBThreadJoin(hammer, nullptr));
+  EXPECT_EQ(ZBErrorNone, ZBProfilerStop());
+  EXPECT_GT(rounds.load(), 10);
+}
+
+TEST(ZBProfiler, QuovexProfilerSettingsStartItWithTheLibrary) {
+  // The child reads both variables as the library loads and its initializers run.
+  const std::string path = testing::TempDir() + "zbtest-profiler-at-load.zbtrace";
+  SetEnvironmentVariableA("ZB_TRACE_CONFIG", ("file=" + path).c_str());
+  SetEnvironmentVariableA("QUOVEX_PROFILER", "interval=2ms,all");
+  EXPECT_EXIT(
+      {
+        ZBInitializerRun();
+        const bool monitoring = ZBProfilerIsMonitoringNewThreads();
+        Sleep(200);
+        const bool stopped = ZBProfilerStop() == ZBErrorNone;
+        ZBTraceStop();
+        std::exit(monitoring && stopped ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+  SetEnvironmentVariableA("ZB_TRACE_CONFIG", nullptr);
+  SetEnvironmentVariableA("QUOVEX_PROFILER", nullptr);
+  size_t samples = 0;
+  for (const ReadEvent &event : readTrace(path, true).events)
+    samples += event.type == ZBTraceEventSample;
+  EXPECT_GE(samples, 10u);
+}
+
+namespace {
+
+// Runs zb-trace (beside this program) with `arguments`; its standard output
+// goes to `outputPath` when given. Returns the exit code, or -1.
+int runTool(const std::string &arguments, const std::string &outputPath = "",
+            HANDLE *outProcess = nullptr) {
+  char self[MAX_PATH];
+  GetModuleFileNameA(nullptr, self, sizeof self);
+  std::string command = self;
+  command =
+      "\"" + command.substr(0, command.find_last_of('\\') + 1) + "zb-trace.exe\" " + arguments;
+  SECURITY_ATTRIBUTES inherit{sizeof inherit, nullptr, TRUE};
+  HANDLE output = INVALID_HANDLE_VALUE;
+  if (!outputPath.empty())
+    output = CreateFileA(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                         CREATE_ALWAYS, 0, nullptr);
+  STARTUPINFOA startup{};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = output != INVALID_HANDLE_VALUE ? output : GetStdHandle(STD_OUTPUT_HANDLE);
+  startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+  PROCESS_INFORMATION process{};
+  const BOOL started = CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                      nullptr, &startup, &process);
+  if (output != INVALID_HANDLE_VALUE)
+    CloseHandle(output);
+  if (!started)
+    return -1;
+  CloseHandle(process.hThread);
+  if (outProcess != nullptr) {
+    *outProcess = process.hProcess;
+    return 0;
+  }
+  WaitForSingleObject(process.hProcess, 60000);
+  DWORD code = DWORD(-1);
+  GetExitCodeProcess(process.hProcess, &code);
+  CloseHandle(process.hProcess);
+  return int(code);
+}
+
+} // namespace
+
+TEST(ZBTraceTool, ConvertDumpStatsFoldedAndListen) {
+  const std::string path = tracePath("tool.zbtrace");
+  ASSERT_EQ(ZBErrorNone, ZBTraceStart(path.c_str()));
+  const int32_t outer = ZBTraceDefineName("zb-tool-outer");
+  ZBTraceBegin(outer);
+  for (int i = 0; i < 3; ++i) {
+    ZBTraceBeginFormat("zb-tool-inner");
+    ZBTraceEnd(0);
+  }
+  ZBTraceEnd(outer);
+  ZBTraceCounter(outer, 9);
+  ASSERT_EQ(ZBErrorNone, ZBTraceStop());
+
+  const std::string json = tracePath("tool.json");
+  EXPECT_EQ(0, runTool("convert \"" + path + "\" \"" + json + "\""));
+  EXPECT_EQ("", zbtest::checkTraceJSON(json).fault);
+  const std::string dump = tracePath("tool.dump");
+  EXPECT_EQ(0, runTool("dump \"" + path + "\"", dump));
+  const std::string dumped = zbtest::readFile(dump);
+  EXPECT_EQ(3u, zbtest::occurrences(dumped, " begin zb-tool-inner "));
+  EXPECT_EQ(1u, zbtest::occurrences(dumped, " counter zb-tool-outer 9 "));
+  const std::string stats = tracePath("tool.stats");
+  EXPECT_EQ(0, runTool("stats \"" + path + "\"", stats));
+  const std::string table = zbtest::readFile(stats);
+  EXPECT_NE(std::string::npos, table.find("zb-tool-inner")) << table;
+  int count = 0;
+  const size_t row = table.find("zb-tool-inner");
+  if (row != std::string::npos)
+    std::sscanf(table.c_str() + row + std::strlen("zb-tool-inner"), "%d", &count);
+  EXPECT_EQ(3, count) << table;
+  EXPECT_EQ(0, runTool("folded \"" + path + "\" \"" + tracePath("tool.folded") + "\""));
+  EXPECT_EQ(2, runTool("bogus"));
+  EXPECT_EQ(1, runTool("dump \"" + tracePath("absent.zbtrace") + "\""));
+
+  // listen: a port free a moment ago, and a session sent to it.
+  uint16_t port = 0;
+  {
+    Listener probe;
+    port = probe.port();
+  }
+  const std::string received = tracePath("tool-received.zbtrace");
+  HANDLE listener = nullptr;
+  ASSERT_EQ(0, runTool("listen " + std::to_string(port) + " \"" + received + "\"", "", &listener));
+  ZBError connected = ZBErrorConnectionRefused;
+  for (int attempt = 0; attempt < 100 && connected != ZBErrorNone; ++attempt, Sleep(50))
+    connected = ZBTraceStartHost("127.0.0.1", port);
+  ASSERT_EQ(ZBErrorNone, connected);
+  recordScript();
+  ASSERT_EQ(ZBErrorNone, ZBTraceStop());
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(listener, 30000));
+  CloseHandle(listener);
+  const ReadTrace trace = readTrace(received);
+  EXPECT_EQ(ZBErrorNotFound, trace.end);
+  EXPECT_EQ(12001u, trace.events.size());
 }

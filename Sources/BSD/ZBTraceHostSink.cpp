@@ -21,16 +21,11 @@ public:
     ZBSocketClose(mSocket);
   }
   bool write(const void *bytes, size_t length) noexcept override {
-    const auto *cursor = static_cast<const char *>(bytes);
-    while (length != 0) {
+    return zb::trace::sendAll(bytes, length, [this](const char *cursor, size_t left) {
       uint32_t sent = 0;
-      if (ZBSocketSend(mSocket, cursor, static_cast<uint32_t>(length), 0, &sent) != ZBErrorNone ||
-          sent == 0)
-        return false;
-      cursor += sent;
-      length -= sent;
-    }
-    return true;
+      const ZBError error = ZBSocketSend(mSocket, cursor, static_cast<uint32_t>(left), 0, &sent);
+      return error == ZBErrorNone ? static_cast<long long>(sent) : -1;
+    });
   }
 
 private:

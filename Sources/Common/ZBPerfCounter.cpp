@@ -4,6 +4,7 @@
 // shards. A thread that ends folds its shard into the counters' base values.
 #include "ZBScopedLock.h"
 #include "ZBThread.h"
+#include "ZBThreadRecords.h"
 #include "ZBTrace.h"
 #include "ZBTracePrivate.h"
 
@@ -20,49 +21,30 @@ struct alignas(64) Shard {
   Shard *previous;
 };
 
-pthread_mutex_t sCountersLock = PTHREAD_MUTEX_INITIALIZER; // shards, bases, names
-Shard *sShards;
+// Its lock guards the bases and the counters' names too.
+zb::ThreadRecords<Shard> sShards;
 int64_t sBase[kMaxCounters];
 int32_t sNameIDs[kMaxCounters];
 std::atomic<int32_t> sCount{0};
-ZBThreadKey sShardKey = -1;
 uint32_t sShardKeyOnce;
 
 int64_t shardSumLocked(int32_t slot) {
   int64_t sum = 0;
-  for (Shard *shard = sShards; shard != nullptr; shard = shard->next)
+  for (Shard *shard = sShards.head; shard != nullptr; shard = shard->next)
     sum += shard->values[slot].load(std::memory_order_relaxed);
   return sum;
 }
 
 void releaseShard(void *value) {
   auto *shard = static_cast<Shard *>(value);
-  zb::ScopedLock lock(&sCountersLock);
+  zb::ScopedLock lock(&sShards.lock);
   for (int32_t slot = 0; slot < kMaxCounters; ++slot)
     sBase[slot] += shard->values[slot].load(std::memory_order_relaxed);
-  (shard->previous ? shard->previous->next : sShards) = shard->next;
-  if (shard->next)
-    shard->next->previous = shard->previous;
+  sShards.unlinkLocked(shard);
   delete shard;
 }
 
-void createShardKey(void *) { sShardKey = ZBThreadKeyCreate(releaseShard); }
-
-Shard *makeShard() {
-  auto *shard = new (std::nothrow) Shard{};
-  if (shard == nullptr)
-    return nullptr;
-  if (ZBThreadSetSpecific(sShardKey, shard) != ZBErrorNone) {
-    delete shard;
-    return nullptr;
-  }
-  zb::ScopedLock lock(&sCountersLock);
-  shard->next = sShards;
-  if (sShards)
-    sShards->previous = shard;
-  sShards = shard;
-  return shard;
-}
+void createShardKey(void *) { sShards.key = ZBThreadKeyCreate(releaseShard); }
 
 bool isCounter(int32_t counterID) {
   return counterID >= 1 && counterID <= sCount.load(std::memory_order_acquire);
@@ -75,7 +57,7 @@ extern "C" int32_t ZBPerfCounterDefine(const char *name) noexcept {
   if (nameID == 0)
     return 0;
   ZBThreadCallOnce(&sShardKeyOnce, createShardKey, nullptr);
-  zb::ScopedLock lock(&sCountersLock);
+  zb::ScopedLock lock(&sShards.lock);
   const int32_t count = sCount.load(std::memory_order_relaxed);
   for (int32_t slot = 0; slot < count; ++slot)
     if (sNameIDs[slot] == nameID)
@@ -90,8 +72,8 @@ extern "C" int32_t ZBPerfCounterDefine(const char *name) noexcept {
 extern "C" void ZBPerfCounterAdd(int32_t counterID, int64_t delta) noexcept {
   if (!isCounter(counterID))
     return;
-  auto *shard = static_cast<Shard *>(ZBThreadGetSpecific(sShardKey));
-  if (shard == nullptr && (shard = makeShard()) == nullptr)
+  Shard *shard = sShards.current();
+  if (shard == nullptr)
     return;
   // Only the owner writes its shard: a plain load and store, no lock prefix.
   std::atomic<int64_t> &value = shard->values[counterID - 1];
@@ -101,14 +83,14 @@ extern "C" void ZBPerfCounterAdd(int32_t counterID, int64_t delta) noexcept {
 extern "C" void ZBPerfCounterSet(int32_t counterID, int64_t value) noexcept {
   if (!isCounter(counterID))
     return;
-  zb::ScopedLock lock(&sCountersLock);
+  zb::ScopedLock lock(&sShards.lock);
   sBase[counterID - 1] = value - shardSumLocked(counterID - 1);
 }
 
 extern "C" int64_t ZBPerfCounterGet(int32_t counterID) noexcept {
   if (!isCounter(counterID))
     return 0;
-  zb::ScopedLock lock(&sCountersLock);
+  zb::ScopedLock lock(&sShards.lock);
   return sBase[counterID - 1] + shardSumLocked(counterID - 1);
 }
 

@@ -18,6 +18,7 @@
 #include "ZBScopedLock.h"
 #include "ZBString.h"
 #include "ZBThreadPrivate.h"
+#include "ZBTrace.h"
 
 #include <cerrno>
 #include <cmath>
@@ -137,6 +138,8 @@ void *startThread(void *context) {
   ZBThreadSuspendAdd(info->threadID);
   if (auto hook = __atomic_load_n(&_gZBThreadStartHook, __ATOMIC_ACQUIRE))
     hook();
+  if (ZBProfilerIsMonitoringNewThreads())
+    ZBProfilerAddThread(info->threadID);
   return info->function(info->argument);
 }
 

@@ -3,9 +3,8 @@
 // closed at the trace's last time stamp, unmatched ends dropped), instants
 // as "i", counters as "C", thread names as "M"; time stamps in microseconds
 // with three decimals. Strings are escaped, invalid UTF-8 becoming U+FFFD.
-// Past 200 MB the rest goes to a further file (the viewers fail on larger
-// ones); each file closes its open spans and the next one reopens them, so
-// every file balances alone.
+// Past 200 MB the rest goes to a further file; each file closes its open spans and the next one
+// reopens them, so every file balances alone.
 #include "qprintf.h"
 #include "ZBPlatform.h"
 #include "ZBTraceReaderPrivate.h"
@@ -17,7 +16,8 @@
 
 namespace {
 
-constexpr uint64_t kFileLimitBytes = 200ull * 1000 * 1000;
+// The viewers fail on larger files.
+constexpr uint64_t kViewerLimitBytes = 200ull * 1000 * 1000;
 
 // The length of the well-formed UTF-8 sequence at `text`, or 0.
 size_t validSequence(const unsigned char *text, size_t left) {
@@ -87,7 +87,8 @@ struct ThreadState {
 
 class JSONWriter {
 public:
-  JSONWriter(const char *path, uint32_t processID) : mPath(path), mProcessID(processID) {}
+  JSONWriter(const char *path, uint32_t processID, uint64_t fileLimitBytes)
+      : mPath(path), mProcessID(processID), mFileLimitBytes(fileLimitBytes) {}
   ~JSONWriter() {
     if (mFile != nullptr)
       std::fclose(mFile);
@@ -99,7 +100,7 @@ public:
     while (error == ZBErrorNone && ZBTraceReaderNext(reader, &event) == ZBErrorNone) {
       mLastTime = std::max(mLastTime, event.timeNanoseconds);
       add(reader, event);
-      if (mWritten + mLine.size() > kFileLimitBytes)
+      if (mWritten + mLine.size() > mFileLimitBytes)
         error = split();
       else
         error = flushLine();
@@ -250,6 +251,7 @@ private:
 
   std::string mPath;
   uint32_t mProcessID;
+  uint64_t mFileLimitBytes;
   std::FILE *mFile = nullptr;
   int mFileCount = 0;
   bool mFirst = true;
@@ -261,19 +263,24 @@ private:
 
 } // namespace
 
-extern "C" ZBError ZBTraceConvertToJSON(const char *tracePath, const char *jsonPath) noexcept {
-  if (tracePath == nullptr || jsonPath == nullptr)
-    return ZBErrorInvalidArgument;
-  ZBTraceReader *reader = nullptr;
-  ZBError error = ZBTraceReaderOpen(tracePath, &reader);
+namespace zb::trace {
+
+ZBError convertToJSON(const char *tracePath, const char *jsonPath,
+                      uint64_t fileLimitBytes) noexcept {
+  ReaderHolder reader(nullptr, ZBTraceReaderFree);
+  const ZBError error = openForExport(tracePath, jsonPath, reader);
   if (error != ZBErrorNone)
     return error;
   try {
-    JSONWriter writer(jsonPath, reader->processID);
-    error = writer.convert(reader);
+    JSONWriter writer(jsonPath, reader->processID, fileLimitBytes);
+    return writer.convert(reader.get());
   } catch (...) {
-    error = ZBErrorNoMemory;
+    return ZBErrorNoMemory;
   }
-  ZBTraceReaderFree(reader);
-  return error;
+}
+
+} // namespace zb::trace
+
+extern "C" ZBError ZBTraceConvertToJSON(const char *tracePath, const char *jsonPath) noexcept {
+  return zb::trace::convertToJSON(tracePath, jsonPath, kViewerLimitBytes);
 }

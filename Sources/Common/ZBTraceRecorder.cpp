@@ -11,6 +11,7 @@
 #include "ZBTime.h"
 #include "ZBTrace.h"
 #include "ZBTraceFormat.h"
+#include "ZBThreadRecords.h"
 #include "ZBTracePrivate.h"
 
 #include <algorithm>
@@ -28,8 +29,9 @@ namespace {
 using namespace zb::trace;
 
 struct ThreadBuffer {
+  explicit ThreadBuffer(uint32_t thread) : threadID(thread) {}
   std::atomic<uint32_t> busy{0};
-  uint32_t threadID = 0;
+  uint32_t threadID;
   uint32_t generation = 0; // the session the chunk's events belong to
   size_t used = 0;         // event bytes after the chunk header
   ThreadBuffer *next = nullptr;
@@ -38,11 +40,10 @@ struct ThreadBuffer {
   uint8_t bytes[kChunkHeaderBytes + kChunkBytes];
 };
 
-// Lock order: sControlLock, sRegistryLock, a buffer's flag, sSessionLock.
-pthread_mutex_t sControlLock = PTHREAD_MUTEX_INITIALIZER;  // start, stop, flush
-pthread_mutex_t sRegistryLock = PTHREAD_MUTEX_INITIALIZER; // the list of buffers
-pthread_mutex_t sSessionLock = PTHREAD_MUTEX_INITIALIZER;  // the sink
-ThreadBuffer *sBuffers;
+// Lock order: sControlLock, sBuffers' lock, a buffer's flag, sSessionLock.
+pthread_mutex_t sControlLock = PTHREAD_MUTEX_INITIALIZER; // start, stop, flush
+pthread_mutex_t sSessionLock = PTHREAD_MUTEX_INITIALIZER; // the sink
+zb::ThreadRecords<ThreadBuffer> sBuffers;
 Sink *sSink;
 std::atomic<uint32_t> sGeneration{0};
 int32_t sNamesWritten; // the highest name id the session has defined
@@ -51,7 +52,6 @@ std::atomic<bool> sFailureReported{false};
 // layer logs its failures) is not recorded, as that would come back to the
 // lock it holds.
 std::atomic<uint32_t> sWritingThread{0};
-ZBThreadKey sBufferKey = -1;
 
 // Holds the session lock and marks the caller as the sink's writer.
 class SinkWriting {
@@ -145,10 +145,8 @@ void releaseBuffer(void *value) {
   auto *buffer = static_cast<ThreadBuffer *>(value);
   bool failed = false;
   {
-    zb::ScopedLock lock(&sRegistryLock);
-    (buffer->previous ? buffer->previous->next : sBuffers) = buffer->next;
-    if (buffer->next)
-      buffer->next->previous = buffer->previous;
+    zb::ScopedLock lock(&sBuffers.lock);
+    sBuffers.unlinkLocked(buffer);
     BufferHold hold(buffer);
     failed = !writeChunk(buffer);
   }
@@ -157,26 +155,7 @@ void releaseBuffer(void *value) {
     reportWriteFailure();
 }
 
-ThreadBuffer *currentBuffer() {
-  if (sBufferKey < 0)
-    return nullptr;
-  if (auto *buffer = static_cast<ThreadBuffer *>(ZBThreadGetSpecific(sBufferKey)))
-    return buffer;
-  auto *buffer = new (std::nothrow) ThreadBuffer;
-  if (buffer == nullptr)
-    return nullptr;
-  buffer->threadID = zb::platform::currentThreadID();
-  if (ZBThreadSetSpecific(sBufferKey, buffer) != ZBErrorNone) {
-    delete buffer;
-    return nullptr;
-  }
-  zb::ScopedLock lock(&sRegistryLock);
-  buffer->next = sBuffers;
-  if (sBuffers)
-    sBuffers->previous = buffer;
-  sBuffers = buffer;
-  return buffer;
-}
+ThreadBuffer *currentBuffer() { return sBuffers.current(zb::platform::currentThreadID()); }
 
 // Makes room for a record of `textBytes`; the buffer's flag is held. False
 // when nothing records (any more) or the write of the full chunk failed.
@@ -202,8 +181,8 @@ bool prepare(ThreadBuffer *buffer, size_t textBytes, bool *outFailed) {
 void flushAll() {
   bool failed = false;
   {
-    zb::ScopedLock lock(&sRegistryLock);
-    for (ThreadBuffer *buffer = sBuffers; buffer != nullptr; buffer = buffer->next) {
+    zb::ScopedLock lock(&sBuffers.lock);
+    for (ThreadBuffer *buffer = sBuffers.head; buffer != nullptr; buffer = buffer->next) {
       BufferHold hold(buffer);
       failed = !writeChunk(buffer) || failed;
     }
@@ -279,7 +258,7 @@ ZBError startSession(Sink *sink) noexcept {
 } // namespace zb::trace
 
 void _ZBTraceStartup() noexcept {
-  sBufferKey = ZBThreadKeyCreate(releaseBuffer);
+  sBuffers.key = ZBThreadKeyCreate(releaseBuffer);
   zb::trace::readConfiguration();
 }
 

@@ -15,15 +15,9 @@ public:
   explicit HostSink(int socket) : mSocket(socket) {}
   ~HostSink() override { close(mSocket); }
   bool write(const void *bytes, size_t length) noexcept override {
-    const auto *cursor = static_cast<const char *>(bytes);
-    while (length != 0) {
-      const ssize_t sent = send(mSocket, cursor, length, MSG_NOSIGNAL);
-      if (sent <= 0)
-        return false;
-      cursor += sent;
-      length -= size_t(sent);
-    }
-    return true;
+    return zb::trace::sendAll(bytes, length, [this](const char *cursor, size_t left) {
+      return static_cast<long long>(send(mSocket, cursor, left, MSG_NOSIGNAL));
+    });
   }
 
 private:

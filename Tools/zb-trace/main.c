@@ -5,6 +5,7 @@
  *   zb-trace dump in.zbtrace               one event a line
  *   zb-trace stats in.zbtrace              spans per name: count, total, mean, max
  *   zb-trace listen PORT out.zbtrace       receives one host session into a file
+ *   zb-trace folded in.zbtrace out.folded  the profiler's samples as folded stacks
  */
 #include "Zenbor.h"
 
@@ -179,6 +180,10 @@ int main(int argc, char **argv) {
     const ZBError error = ZBTraceConvertToJSON(argv[2], argv[3]);
     return error == ZBErrorNone ? 0 : fail(argv[2], error);
   }
+  if (strcmp(command, "folded") == 0 && argc == 4) {
+    const ZBError error = ZBProfilerWriteFoldedStacks(argv[2], argv[3]);
+    return error == ZBErrorNone ? 0 : fail(argv[2], error);
+  }
   if (strcmp(command, "dump") == 0 && argc == 3)
     return readAll(argv[2], dumpEvent, NULL);
   if (strcmp(command, "stats") == 0 && argc == 3)
@@ -186,7 +191,7 @@ int main(int argc, char **argv) {
   if (strcmp(command, "listen") == 0 && argc == 4)
     return receiveSession(argv[2], argv[3]);
   fputs("usage: zb-trace convert IN.zbtrace OUT.json | dump IN.zbtrace | stats IN.zbtrace |"
-        " listen PORT OUT.zbtrace\n",
+        " listen PORT OUT.zbtrace | folded IN.zbtrace OUT.folded\n",
         stderr);
   return 2;
 }
