@@ -1,7 +1,11 @@
 // The format engine against the C runtime's snprintf, and its floating
 // point against std::to_chars at the same precision:
-//   (a) a mix of "%d %s %x" into a fixed buffer;
-//   (b) "%e", "%f", "%g" of random doubles.
+//   (a) integer mixes ("%d %s %x", "%5d|%-8u|%08llx", "%zu") into a fixed
+//       buffer, against the runtime and, on Windows, mingw's own
+//       __mingw_snprintf as well;
+//   (b) "%e", "%f", "%g" of random doubles;
+//   (c) "%e", "%.3f", "%g" with widths against std::to_chars with the same
+//       precision and the padding done by hand.
 // On Windows the runtime is msvcrt's _snprintf, resolved from msvcrt.dll
 // itself: mingw's own printf, which "snprintf" may name there, is not what
 // applications compare with. Natively it is glibc's snprintf.
@@ -12,6 +16,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -37,6 +42,8 @@ struct Record {
   int id;
   const char *name;
   unsigned flags;
+  unsigned long long wide;
+  size_t size;
 };
 
 std::vector<Record> makeRecords(std::mt19937_64 &random) {
@@ -44,8 +51,9 @@ std::vector<Record> makeRecords(std::mt19937_64 &random) {
                                        "", "x", "zenbor", "localhost:8080"};
   std::vector<Record> records;
   for (size_t i = 0; i < kValues; ++i)
-    records.push_back(Record{static_cast<int>(random()) >> int(random() % 31),
-                             kNames[random() % 8], static_cast<unsigned>(random())});
+    records.push_back(Record{static_cast<int>(random()) >> int(random() % 31), kNames[random() % 8],
+                             static_cast<unsigned>(random()), random() >> (random() % 64),
+                             size_t(random() >> (random() % 64))});
   return records;
 }
 
@@ -95,6 +103,82 @@ void compareFloat(const char *conversion, const std::vector<double> &values,
       }));
 }
 
+// std::to_chars at `precision`, right-aligned in `width` by hand: the
+// least a formatter with a width can do.
+void paddedToChars(char *buffer, size_t size, double value, std::chars_format style, int precision,
+                   size_t width) {
+  char digits[64];
+  const size_t length =
+      size_t(std::to_chars(digits, digits + sizeof digits, value, style, precision).ptr - digits);
+  const size_t pad = width > length ? width - length : 0;
+  if (pad + length >= size)
+    return;
+  std::memset(buffer, ' ', pad);
+  std::memcpy(buffer + pad, digits, length);
+  buffer[pad + length] = '\0';
+}
+
+void comparePaddedFloat(const char *conversion, const std::vector<double> &values,
+                        std::chars_format style, int precision, size_t width) {
+  char name[64];
+  std::snprintf(name, sizeof name, "(c) %s vs padded std::to_chars", conversion);
+  zbbench::compare(name, overValues([&](char *buffer, size_t size, size_t i) {
+                     qsnprintf(buffer, int(size), conversion, values[i]);
+                   }),
+                   overValues([&](char *buffer, size_t size, size_t i) {
+                     paddedToChars(buffer, size, values[i], style, precision, width);
+                   }));
+}
+
+// One integer mix against a peer printf.
+template <typename Peer>
+void compareMix(const char *label, const char *peerName, const std::vector<Record> &records,
+                Peer peer) {
+  char name[64];
+  std::snprintf(name, sizeof name, "(a) %s vs %s", label, peerName);
+  zbbench::compare(name, overValues([&](char *buffer, size_t size, size_t i) {
+                     peer.zenbor(buffer, size, records[i]);
+                   }),
+                   overValues([&](char *buffer, size_t size, size_t i) {
+                     peer.other(buffer, size, records[i]);
+                   }));
+}
+
+// The three mixes, each as Zenbor and as `Printf`.
+template <typename Printf>
+void compareMixes(const char *peerName, const std::vector<Record> &records, Printf call) {
+  struct Mix {
+    Printf call;
+    void zenbor(char *buffer, size_t size, const Record &r) const {
+      qsnprintf(buffer, int(size), "id=%d name=%s flags=%x", r.id, r.name, r.flags);
+    }
+    void other(char *buffer, size_t size, const Record &r) const {
+      call(buffer, size, "id=%d name=%s flags=%x", r.id, r.name, r.flags);
+    }
+  };
+  struct Columns {
+    Printf call;
+    void zenbor(char *buffer, size_t size, const Record &r) const {
+      qsnprintf(buffer, int(size), "%5d|%-8u|%08llx", r.id, r.flags, r.wide);
+    }
+    void other(char *buffer, size_t size, const Record &r) const {
+      call(buffer, size, "%5d|%-8u|%08llx", r.id, r.flags, r.wide);
+    }
+  };
+  struct Size {
+    Printf call;
+    void zenbor(char *buffer, size_t size, const Record &r) const {
+      qsnprintf(buffer, int(size), "%zu", r.size);
+    }
+    void other(char *buffer, size_t size, const Record &r) const {
+      call(buffer, size, "%zu", r.size);
+    }
+  };
+  compareMix("%d %s %x", peerName, records, Mix{call});
+  compareMix("%5d|%-8u|%08llx", peerName, records, Columns{call});
+  compareMix("%zu", peerName, records, Size{call});
+}
+
 } // namespace
 
 int main() {
@@ -108,20 +192,16 @@ int main() {
   }
   zbbench::printHeader();
 
-  const char *const kMix = "id=%d name=%s flags=%x";
-  char name[64];
-  std::snprintf(name, sizeof name, "(a) %%d %%s %%x vs %s", kRuntimeName);
-  zbbench::compare(
-      name,
-      overValues([&](char *buffer, size_t size, size_t i) {
-        qsnprintf(buffer, int(size), kMix, records[i].id, records[i].name, records[i].flags);
-      }),
-      overValues([&](char *buffer, size_t size, size_t i) {
-        runtime(buffer, size, kMix, records[i].id, records[i].name, records[i].flags);
-      }));
+  compareMixes(kRuntimeName, records, runtime);
+#ifdef _WIN32
+  compareMixes("__mingw_snprintf", records, &__mingw_snprintf);
+#endif
 
   compareFloat("%e", doubles, std::chars_format::scientific);
   compareFloat("%f", doubles, std::chars_format::fixed);
   compareFloat("%g", doubles, std::chars_format::general);
+  comparePaddedFloat("%14e", doubles, std::chars_format::scientific, 6, 14);
+  comparePaddedFloat("%12.3f", doubles, std::chars_format::fixed, 3, 12);
+  comparePaddedFloat("%12g", doubles, std::chars_format::general, 6, 12);
   return 0;
 }
