@@ -5,7 +5,9 @@
 //       __mingw_snprintf as well;
 //   (b) "%e", "%f", "%g" of random doubles;
 //   (c) "%e", "%.3f", "%g" with widths against std::to_chars with the same
-//       precision and the padding done by hand.
+//       precision and the padding done by hand;
+//   (d) natively, when {fmt} is installed, the integer mixes against
+//       fmt::format_to_n into the same buffer with the equivalent format.
 // On Windows the runtime is msvcrt's _snprintf, resolved from msvcrt.dll
 // itself: mingw's own printf, which "snprintf" may name there, is not what
 // applications compare with. Natively it is glibc's snprintf.
@@ -18,7 +20,12 @@
 #include <cstdio>
 #include <cstring>
 #include <random>
+#include <utility>
 #include <vector>
+
+#if defined(ZB_BENCH_WITH_FMT)
+#include <fmt/format.h>
+#endif
 
 namespace {
 
@@ -130,54 +137,84 @@ void comparePaddedFloat(const char *conversion, const std::vector<double> &value
                    }));
 }
 
-// One integer mix against a peer printf.
-template <typename Peer>
+// One integer mix, `print(printer, buffer, size, record)`, through Zenbor
+// and through the peer printf.
+template <typename Printf, typename Print>
 void compareMix(const char *label, const char *peerName, const std::vector<Record> &records,
-                Peer peer) {
+                Printf peer, Print print) {
+  const auto zenbor = [](char *buffer, size_t size, const char *format, auto... arguments) {
+    return qsnprintf(buffer, int(size), format, arguments...);
+  };
   char name[64];
   std::snprintf(name, sizeof name, "(a) %s vs %s", label, peerName);
   zbbench::compare(name, overValues([&](char *buffer, size_t size, size_t i) {
-                     peer.zenbor(buffer, size, records[i]);
+                     print(zenbor, buffer, size, records[i]);
                    }),
                    overValues([&](char *buffer, size_t size, size_t i) {
-                     peer.other(buffer, size, records[i]);
+                     print(peer, buffer, size, records[i]);
                    }));
 }
 
-// The three mixes, each as Zenbor and as `Printf`.
 template <typename Printf>
-void compareMixes(const char *peerName, const std::vector<Record> &records, Printf call) {
-  struct Mix {
-    Printf call;
-    void zenbor(char *buffer, size_t size, const Record &r) const {
-      qsnprintf(buffer, int(size), "id=%d name=%s flags=%x", r.id, r.name, r.flags);
-    }
-    void other(char *buffer, size_t size, const Record &r) const {
-      call(buffer, size, "id=%d name=%s flags=%x", r.id, r.name, r.flags);
-    }
-  };
-  struct Columns {
-    Printf call;
-    void zenbor(char *buffer, size_t size, const Record &r) const {
-      qsnprintf(buffer, int(size), "%5d|%-8u|%08llx", r.id, r.flags, r.wide);
-    }
-    void other(char *buffer, size_t size, const Record &r) const {
-      call(buffer, size, "%5d|%-8u|%08llx", r.id, r.flags, r.wide);
-    }
-  };
-  struct Size {
-    Printf call;
-    void zenbor(char *buffer, size_t size, const Record &r) const {
-      qsnprintf(buffer, int(size), "%zu", r.size);
-    }
-    void other(char *buffer, size_t size, const Record &r) const {
-      call(buffer, size, "%zu", r.size);
-    }
-  };
-  compareMix("%d %s %x", peerName, records, Mix{call});
-  compareMix("%5d|%-8u|%08llx", peerName, records, Columns{call});
-  compareMix("%zu", peerName, records, Size{call});
+void compareMixes(const char *peerName, const std::vector<Record> &records, Printf peer) {
+  compareMix("%d %s %x", peerName, records, peer,
+             [](auto printer, char *buffer, size_t size, const Record &r) {
+               printer(buffer, size, "id=%d name=%s flags=%x", r.id, r.name, r.flags);
+             });
+  compareMix("%5d|%-8u|%08llx", peerName, records, peer,
+             [](auto printer, char *buffer, size_t size, const Record &r) {
+               printer(buffer, size, "%5d|%-8u|%08llx", r.id, r.flags, r.wide);
+             });
+  compareMix("%zu", peerName, records, peer,
+             [](auto printer, char *buffer, size_t size, const Record &r) {
+               printer(buffer, size, "%zu", r.size);
+             });
 }
+
+#if defined(ZB_BENCH_WITH_FMT)
+// fmt::format_to_n into the buffer, zero-terminated as snprintf leaves it.
+template <typename... Arguments>
+void fmtInto(char *buffer, size_t size, fmt::format_string<Arguments...> format,
+             Arguments &&...arguments) {
+  const auto result =
+      fmt::format_to_n(buffer, size - 1, format, std::forward<Arguments>(arguments)...);
+  *result.out = '\0';
+}
+
+template <typename Print>
+void compareWithFmt(const char *label, const std::vector<Record> &records, Print print) {
+  char name[64];
+  std::snprintf(name, sizeof name, "(d) %s vs fmt::format_to_n", label);
+  zbbench::compare(name, overValues([&](char *buffer, size_t size, size_t i) {
+                     print(false, buffer, size, records[i]);
+                   }),
+                   overValues([&](char *buffer, size_t size, size_t i) {
+                     print(true, buffer, size, records[i]);
+                   }));
+}
+
+void compareMixesWithFmt(const std::vector<Record> &records) {
+  compareWithFmt("%d %s %x", records, [](bool withFmt, char *buffer, size_t size, const Record &r) {
+    if (withFmt)
+      fmtInto(buffer, size, "id={} name={} flags={:x}", r.id, r.name, r.flags);
+    else
+      qsnprintf(buffer, int(size), "id=%d name=%s flags=%x", r.id, r.name, r.flags);
+  });
+  compareWithFmt("%5d|%-8u|%08llx", records,
+                 [](bool withFmt, char *buffer, size_t size, const Record &r) {
+                   if (withFmt)
+                     fmtInto(buffer, size, "{:5}|{:<8}|{:08x}", r.id, r.flags, r.wide);
+                   else
+                     qsnprintf(buffer, int(size), "%5d|%-8u|%08llx", r.id, r.flags, r.wide);
+                 });
+  compareWithFmt("%zu", records, [](bool withFmt, char *buffer, size_t size, const Record &r) {
+    if (withFmt)
+      fmtInto(buffer, size, "{}", r.size);
+    else
+      qsnprintf(buffer, int(size), "%zu", r.size);
+  });
+}
+#endif
 
 } // namespace
 
@@ -195,6 +232,9 @@ int main() {
   compareMixes(kRuntimeName, records, runtime);
 #ifdef _WIN32
   compareMixes("__mingw_snprintf", records, &__mingw_snprintf);
+#endif
+#if defined(ZB_BENCH_WITH_FMT)
+  compareMixesWithFmt(records);
 #endif
 
   compareFloat("%e", doubles, std::chars_format::scientific);
