@@ -182,6 +182,9 @@ public:
     return run;
   }
 
+  // A unit from 0x80 up that converts.
+  void putWide(uint32_t unit) { put(unit, unit < 0x800 ? 2 : 3); }
+
   size_t count() const { return count_; }
 
 private:
@@ -203,6 +206,19 @@ public:
   void put(uint32_t value, size_t length) {
     encodeUTF8(value, length, destination_ + count_);
     count_ += length;
+  }
+  void putWide(uint32_t unit) {
+    uint8_t *out = destination_ + count_;
+    if (unit < 0x800) {
+      out[0] = static_cast<uint8_t>(0xC0 | (unit >> 6));
+      out[1] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
+      count_ += 2;
+    } else {
+      out[0] = static_cast<uint8_t>(0xE0 | (unit >> 12));
+      out[1] = static_cast<uint8_t>(0x80 | ((unit >> 6) & 0x3F));
+      out[2] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
+      count_ += 3;
+    }
   }
   // Inlined always, so that the AVX2 loop inlines its narrowing in turn.
   __attribute__((always_inline)) size_t putASCIIRun(const ZBWChar *units, size_t remaining) {
@@ -384,11 +400,15 @@ __attribute__((always_inline)) inline size_t utf16ToUTF8(Writer &out, const ZBWC
       }
       continue;
     }
-    ++index;
-    if (isUnconvertibleUnit(unit))
-      ++errors;
-    else
-      out.put(unit, unit < 0x800 ? 2 : 3);
+    // A run of units of another script, each two or three bytes.
+    uint32_t wide = unit;
+    do {
+      ++index;
+      if (isUnconvertibleUnit(wide))
+        ++errors;
+      else
+        out.putWide(wide);
+    } while (index < length && (wide = static_cast<uint16_t>(source[index])) >= 0x80);
   }
   return out.count();
 }
