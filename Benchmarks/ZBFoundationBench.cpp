@@ -1,5 +1,6 @@
 // The foundation's hot paths against their raw counterparts: a disabled log
-// site against an empty out-of-line call, and allocation through the default
+// site against an empty out-of-line call, an enabled line into the ring
+// (no file sink) against formatting the same decorated text, and allocation through the default
 // zone and through a zone with 1000 live blocks against malloc/free.
 #include "ZBBench.h"
 
@@ -7,6 +8,8 @@
 
 #include <cstdlib>
 #include <vector>
+
+#include "qprintf.h"
 
 namespace {
 
@@ -29,6 +32,23 @@ int main() {
           emptyCall(static_cast<int>(i));
       },
       {15, 2000000});
+
+  zbbench::compare(
+      "enabled log line vs qsnprintf of its text",
+      [](int64_t n) {
+        for (int64_t i = 0; i < n; ++i)
+          ZB_LOG_ERROR("request %d done in %u ms", static_cast<int>(i), 42u);
+      },
+      [](int64_t n) {
+        char line[512];
+        for (int64_t i = 0; i < n; ++i) {
+          qsnprintf(line, sizeof line, "%s[%s][%s:%u] %s %s: %s: request %d done in %u ms%s\r\n",
+                    "", "2026-01-02 03:04:05.678", "ZBFoundationBench.cpp", 30u,
+                    "(1234/5678) main:", "main", "ERROR", static_cast<int>(i), 42u, "");
+          zbbench::keep(line[0]);
+        }
+      },
+      {15, 20000});
 
   zbbench::compare(
       "_ZBAlloc/_ZBFree 64 B vs malloc/free",

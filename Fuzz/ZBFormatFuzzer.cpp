@@ -1,5 +1,8 @@
 // Fuzzes the format engine end to end: parser, argument fetching and every
-// built-in conversion's renderer, into the fixed and the growing sink.
+// built-in conversion's renderer, into the fixed and the growing sink, and
+// into a sink with no room at all, where every byte takes the plain way
+// through the sink's overflow and no renderer can write its text straight
+// into place: all three must give the same text.
 //
 // The input is a format (up to the first zero byte) followed by bytes that
 // feed the argument values. Numbers in the format are cut to three digits
@@ -14,7 +17,10 @@
 #include "qprintfEngine.h"
 #include "qprintfParser.h"
 
+#include <algorithm>
+#include <cstdarg>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -148,6 +154,28 @@ std::string boundedFormat(const uint8_t *data, size_t size, size_t *used) {
   return format;
 }
 
+void check(bool condition) {
+  if (!condition)
+    std::abort();
+}
+
+// Takes everything a sink with no room overflows.
+size_t appendToString(qprintf_sink *sink, const char *bytes, size_t length) {
+  static_cast<std::string *>(sink->context)->append(bytes, length);
+  return length;
+}
+
+// The engine's text with every write going through the overflow.
+int64_t formatWithoutRoom(std::string &out, const char *format, ...) {
+  char nowhere[1];
+  qprintf_sink sink{nowhere, nowhere, appendToString, &out, 0};
+  va_list arguments;
+  va_start(arguments, format);
+  const int64_t result = qprintf_run(&sink, 0, format, &arguments);
+  va_end(arguments);
+  return result;
+}
+
 } // namespace
 
 // The parser reads argument counts from the conversion table, which
@@ -195,13 +223,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   char fixed[256];
   const uint64_t *w = arguments.words;
   const double *d = arguments.doubles;
-  qsnprintf(fixed, sizeof fixed, format.c_str(), w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7],
-            w[8], w[9], w[10], w[11], w[12], w[13], w[14], w[15], d[0], d[1], d[2], d[3], d[4],
-            d[5], d[6], d[7]);
+  const int fixedLength =
+      qsnprintf(fixed, sizeof fixed, format.c_str(), w[0], w[1], w[2], w[3], w[4], w[5], w[6],
+                w[7], w[8], w[9], w[10], w[11], w[12], w[13], w[14], w[15], d[0], d[1], d[2],
+                d[3], d[4], d[5], d[6], d[7]);
   char *grown = nullptr;
-  qasprintf(&grown, format.c_str(), w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7], w[8], w[9],
-            w[10], w[11], w[12], w[13], w[14], w[15], d[0], d[1], d[2], d[3], d[4], d[5], d[6],
-            d[7]);
+  const int grownLength =
+      qasprintf(&grown, format.c_str(), w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7], w[8],
+                w[9], w[10], w[11], w[12], w[13], w[14], w[15], d[0], d[1], d[2], d[3], d[4],
+                d[5], d[6], d[7]);
+  std::string plain;
+  const int64_t plainLength =
+      formatWithoutRoom(plain, format.c_str(), w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7],
+                        w[8], w[9], w[10], w[11], w[12], w[13], w[14], w[15], d[0], d[1], d[2],
+                        d[3], d[4], d[5], d[6], d[7]);
+  if (plainLength >= 0) {
+    check(size_t(plainLength) == plain.size());
+    check(fixedLength == plainLength);
+    const size_t stored = std::min(plain.size(), sizeof fixed - 1);
+    check(std::memcmp(fixed, plain.data(), stored) == 0 && fixed[stored] == '\0');
+    if (grown != nullptr)
+      check(grownLength == plainLength && std::memcmp(grown, plain.data(), plain.size()) == 0);
+  }
   qprffree(grown);
   return 0;
 }

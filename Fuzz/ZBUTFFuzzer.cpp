@@ -3,9 +3,13 @@
 // result is the size the whole source needs whatever the capacity; a call
 // with exactly that capacity writes that many units with the same error
 // count; a smaller capacity stores a prefix of the full output (for UTF-8
-// output, the whole characters that fit) and nothing past it; and valid text
-// survives a round trip.
+// output, the whole characters that fit) and nothing past it; UTF-8 and
+// UTF-16 conversion into a destination roomy enough for the block-at-a-time
+// paths gives what a plain one-unit-at-a-time converter gives; and valid
+// text survives a round trip.
 #include "ZBString.h"
+
+#include "../Tests/ZBUTFReference.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -69,6 +73,21 @@ size_t wholeCharactersWithin(const std::vector<char> &output, size_t capacity) {
   return boundary;
 }
 
+// Converts into a destination of `capacity` units (the block paths' room)
+// and checks the result against the plain converter's `expected` units and
+// error count, and that nothing past them is written.
+template <typename Unit, typename Expected, typename Convert>
+void checkAgainstPlain(Convert convert, size_t capacity, const std::vector<Expected> &expected,
+                       size_t expectedErrors) {
+  std::vector<Unit> out(capacity + kGuard, kSentinel<Unit>);
+  size_t errors = 0;
+  check(convert(out.data(), capacity, &errors) == expected.size());
+  check(errors == expectedErrors);
+  for (size_t index = 0; index < out.size(); ++index)
+    check(index < expected.size() ? Expected(out[index]) == expected[index]
+                                  : out[index] == kSentinel<Unit>);
+}
+
 template <typename Unit>
 std::vector<Unit> unitsFrom(const uint8_t *data, size_t size) {
   std::vector<Unit> units(size / sizeof(Unit));
@@ -96,6 +115,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       shortCapacity, errors, storedBelowCapacity<ZBWChar>);
   check(utf16.size() <= length);
   check(errors <= length);
+  const zbtest::ReferenceUTF16 plain16 =
+      zbtest::referenceUTF8ToUTF16(data + 2, length, (flags & ZBUTFFlagLatin1Fallback) != 0);
+  checkAgainstPlain<ZBWChar>(
+      [&](ZBWChar *out, size_t capacity, size_t *outErrors) {
+        return ZBUTF8ToUTF16(out, capacity, text, length, flags, outErrors);
+      },
+      length, plain16.units, plain16.errors);
 
   size_t utf32Errors = 0;
   const std::vector<uint32_t> utf32 = checkCapacities<uint32_t>(
@@ -132,6 +158,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       },
       shortCapacity, errors16, wholeCharactersWithin);
   check(from16.size() <= 3 * units16.size());
+  const std::vector<uint16_t> plainUnits(units16.begin(), units16.end());
+  const zbtest::ReferenceUTF8 plain8 =
+      zbtest::referenceUTF16ToUTF8(plainUnits.data(), plainUnits.size());
+  checkAgainstPlain<char>(
+      [&](char *out, size_t capacity, size_t *outErrors) {
+        return ZBUTF16ToUTF8(out, capacity, units16.data(), units16.size(), flags, outErrors);
+      },
+      3 * units16.size(), plain8.bytes, plain8.errors);
 
   const std::vector<uint32_t> units32 = unitsFrom<uint32_t>(data + 2, length);
   size_t errors32 = 0;

@@ -121,13 +121,30 @@ inline Piece fillPiece(char fill, size_t length) { return Piece{nullptr, length,
 // is empty.
 int writeField(const qprintf_info &info, char pad, const Piece *pieces, size_t count) noexcept;
 
-// Writes one run as a field padded with spaces; without a width, straight
-// into the sink.
+// Writes one run as a field padded with spaces: straight into the sink's
+// room when the whole field fits there (as it does for most numbers with a
+// width), else piece by piece.
 inline int writeText(const qprintf_info &info, const char *text, size_t length) noexcept {
-  if (info.width == 0 && length > 0)
+  if (length == 0) {
+    const Piece piece = textPiece(text, length);
+    return writeField(info, ' ', &piece, 1);
+  }
+  if (info.width == 0)
     return sinkWrite(info.sink, text, length) ? static_cast<unsigned char>(text[length - 1]) : -1;
-  const Piece piece = textPiece(text, length);
-  return writeField(info, ' ', &piece, 1);
+  const uint64_t magnitude = info.width < 0 ? uint64_t(-int64_t(info.width)) : uint64_t(info.width);
+  const size_t padding = magnitude > length ? size_t(magnitude - length) : 0;
+  qprintf_sink *sink = info.sink;
+  if (static_cast<size_t>(sink->limit - sink->cursor) < length + padding) {
+    const Piece piece = textPiece(text, length);
+    return writeField(info, ' ', &piece, 1);
+  }
+  char *field = sink->cursor;
+  const bool leftJustified = info.width < 0;
+  std::memset(leftJustified ? field + length : field, ' ', padding);
+  copyRun(leftJustified ? field : field + padding, text, length);
+  sink->cursor += length + padding;
+  sink->count += static_cast<int64_t>(length + padding);
+  return leftJustified && padding > 0 ? ' ' : static_cast<unsigned char>(text[length - 1]);
 }
 
 // The sinks; each reads `*arguments` in place, as qprintf_run does.

@@ -1,8 +1,10 @@
 // Narrow and wide strings and the UTF converters: the converters' exact
-// treatment of bad input (the kept behaviours included), capacity handling,
+// treatment of bad input (the kept behaviours included), agreement of their
+// block-at-a-time paths with a plain one near block edges, capacity handling,
 // bounded copy and append, concatenation, zones, and agreement with an
 // outside UTF-8 decoder on the vectors where the library means to agree.
 #include "ZBTestSupport.h"
+#include "ZBUTFReference.h"
 
 #include "Zenbor.h"
 
@@ -494,3 +496,66 @@ TEST(ZBUTF8ToUTF16, SurvivesTheDecoderStressTest) {
 }
 
 } // namespace
+
+// The converters take ASCII 16 and 32 bytes (8 and 32 units) at a time and
+// write unchecked into a destination with room for the worst case: runs
+// around those sizes, ending in each kind of sequence, must come out as
+// the plain converter gives them, into a roomy destination and a tight one.
+TEST(ZBUTF8ToUTF16, BlockPathsAgreeWithThePlainConverterAtBlockEdges) {
+  static const char *const kEnds[] = {
+      "\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9D\x84\x9E", "\xFF", "\xE4\xB8",
+      "\xC0\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\x85", "\xA9x",
+      "\xC3",     "\xEF\xBF\xBFz"};
+  const size_t kRuns[] = {0, 1, 7, 8, 9, 14, 15, 16, 17, 30, 31, 32, 33, 47, 63, 64, 65};
+  for (size_t run : kRuns)
+    for (const char *end : kEnds)
+      for (size_t after : {size_t(0), size_t(1), size_t(17), size_t(40)}) {
+        const std::string text = std::string(run, 'a') + end + std::string(after, 'b') + end;
+        for (uint32_t flags : {0u, uint32_t(ZBUTFFlagLatin1Fallback)}) {
+          SCOPED_TRACE(testing::Message() << run << " " << after << " " << flags);
+          const zbtest::ReferenceUTF16 expected = zbtest::referenceUTF8ToUTF16(
+              reinterpret_cast<const uint8_t *>(text.data()), text.size(), flags != 0);
+          for (size_t capacity : {text.size(), expected.units.size()}) {
+            std::vector<ZBWChar> out(capacity + 4, 0x5A5A);
+            size_t errors = 99;
+            ASSERT_EQ(ZBUTF8ToUTF16(out.data(), capacity, text.data(), text.size(), flags, &errors),
+                      expected.units.size());
+            EXPECT_EQ(errors, expected.errors);
+            for (size_t index = 0; index < out.size(); ++index)
+              ASSERT_EQ(uint16_t(out[index]),
+                        index < expected.units.size() ? expected.units[index] : 0x5A5A)
+                  << index;
+          }
+        }
+      }
+}
+
+TEST(ZBUTF16ToUTF8, BlockPathsAgreeWithThePlainConverterAtBlockEdges) {
+  // Units that end an ASCII run: two- and three-byte ones at their bounds,
+  // both surrogate halves, and the refused top range.
+  const uint16_t kEnds[] = {0x80,   0x7FF,  0x800,  0xD7FF, 0xD800, 0xDBFF,
+                            0xDC00, 0xDFFF, 0xE000, 0xF7FF, 0xF800, 0xFFFF};
+  const size_t kRuns[] = {0, 1, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 64, 65};
+  for (size_t run : kRuns)
+    for (uint16_t end : kEnds)
+      for (size_t after : {size_t(0), size_t(1), size_t(8), size_t(33)}) {
+        SCOPED_TRACE(testing::Message() << run << " " << end << " " << after);
+        std::vector<ZBWChar> units(run, 'a');
+        units.push_back(end);
+        units.insert(units.end(), after, 'b');
+        units.push_back(end);
+        std::vector<uint16_t> plain(units.begin(), units.end());
+        const zbtest::ReferenceUTF8 expected =
+            zbtest::referenceUTF16ToUTF8(plain.data(), plain.size());
+        for (size_t capacity : {3 * units.size(), expected.bytes.size()}) {
+          std::vector<char> out(capacity + 4, 'Z');
+          size_t errors = 99;
+          ASSERT_EQ(ZBUTF16ToUTF8(out.data(), capacity, units.data(), units.size(), 0, &errors),
+                    expected.bytes.size());
+          EXPECT_EQ(errors, expected.errors);
+          for (size_t index = 0; index < out.size(); ++index)
+            ASSERT_EQ(out[index], index < expected.bytes.size() ? expected.bytes[index] : 'Z')
+                << index;
+        }
+      }
+}

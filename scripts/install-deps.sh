@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(cmake make g++ clang googletest
           g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
           wine wine64 tzdata python3
-          doxygen clang-format pkgconf lld)
+          doxygen clang-format pkgconf lld libfmt-dev)
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "ok installed" || missing+=("$package")

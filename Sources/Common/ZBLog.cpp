@@ -146,25 +146,35 @@ private:
   char *mHeap = nullptr;
 };
 
+// The time stamp's "YYYY-MM-DD HH:MM:SS" for `seconds` since 1970. The
+// local-time conversion reads the zone's rules and costs more than the rest
+// of a line, so each thread keeps the text of the last second it converted.
+const char *calendarText(int64_t seconds) {
+  thread_local int64_t tSecond = INT64_MIN;
+  thread_local char tCalendar[32];
+  if (seconds != tSecond) {
+    tCalendar[0] = '\0';
+    std::tm local{};
+    if (zb::platform::localTime(seconds, &local))
+      std::strftime(tCalendar, sizeof tCalendar, "%Y-%m-%d %H:%M:%S", &local);
+    tSecond = seconds;
+  }
+  return tCalendar;
+}
+
 // "[2026-01-02 03:04:05.678][file:line] (pid/tid) name: function: LEVEL: message\r\n"
 void decorateLine(LineText &out, int32_t level, const char *function, const char *file,
                   uint32_t line, const char *message) {
   const int64_t now = zb::platform::unixTimeNanoseconds();
   const int64_t seconds = now / 1000000000;
   const unsigned milliseconds = static_cast<unsigned>((now % 1000000000) / 1000000);
-  char calendar[32] = "";
-  std::tm local{};
-  if (zb::platform::localTime(seconds, &local))
-    std::strftime(calendar, sizeof calendar, "%Y-%m-%d %H:%M:%S", &local);
-  LineText stamp;
-  stamp.format("%s.%03u", calendar, milliseconds);
-  LineText identity;
-  identity.format("(%u/%u) %s:", static_cast<unsigned>(zb::platform::processID()),
-                  static_cast<unsigned>(zb::platform::currentThreadID()), currentThreadName());
   // The empty prefix and suffix are where a background colour would go.
   const BaseName base = baseNameOf(file);
-  out.format("%s[%s][%.*s:%u] %s %s: %s: %s%s\r\n", "", stamp.text(), base.length, base.text, line,
-             identity.text(), function ? function : "", levelName(level), message, "");
+  out.format("%s[%s.%03u][%.*s:%u] (%u/%u) %s: %s: %s: %s%s\r\n", "", calendarText(seconds),
+             milliseconds, base.length, base.text, line,
+             static_cast<unsigned>(zb::platform::processID()),
+             static_cast<unsigned>(zb::platform::currentThreadID()), currentThreadName(),
+             function ? function : "", levelName(level), message, "");
 }
 
 // While a session records, lines at or above the tracer's level (Error and

@@ -8,10 +8,7 @@
 // arithmetic, surrogates never combined on the way out) are part of the
 // interface and kept as they are.
 #include "ZBString.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "ZBUTFASCIIBlocks.h"
 
 namespace {
 
@@ -93,88 +90,63 @@ struct UnitWriter {
       destination[count] = static_cast<Unit>(unit);
     ++count;
   }
-  // `run` ASCII bytes, as many as there is room for stored.
-  void putASCII(const uint8_t *bytes, size_t run);
+  // Takes the run of ASCII bytes at the start of `bytes`, as many as there
+  // is room for stored; returns the run's length.
+  size_t putASCIIRun(const uint8_t *bytes, size_t remaining);
 };
 
-// Most text crossing into the system is ASCII: its runs are found and
-// copied sixteen bytes at a time where the processor allows.
-
-// The length of the run of ASCII bytes at the start of `bytes` (at most
-// `length` of them).
-inline size_t asciiRunLength(const uint8_t *bytes, size_t length) {
-  size_t run = 0;
-#if defined(__SSE2__)
-  for (; length - run >= 16; run += 16) {
-    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + run));
-    const unsigned highBits = static_cast<unsigned>(_mm_movemask_epi8(block));
-    if (highBits != 0)
-      return run + static_cast<size_t>(__builtin_ctz(highBits));
-  }
-#endif
-  while (run < length && bytes[run] < 0x80)
-    ++run;
-  return run;
-}
-
-// The length of the run of ASCII units at the start of `units`.
-inline size_t asciiRunLength(const ZBWChar *units, size_t length) {
-  size_t run = 0;
-#if defined(__SSE2__)
-  const __m128i nonASCIIBits = _mm_set1_epi16(static_cast<short>(0xFF80));
-  const __m128i zero = _mm_setzero_si128();
-  for (; length - run >= 8; run += 8) {
-    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(units + run));
-    // Two mask bits per unit, set for ASCII units.
-    const unsigned asciiBits = static_cast<unsigned>(
-        _mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(block, nonASCIIBits), zero)));
-    if (asciiBits != 0xFFFF)
-      return run + static_cast<size_t>(__builtin_ctz(~asciiBits)) / 2;
-  }
-#endif
-  while (run < length && units[run] < 0x80)
-    ++run;
-  return run;
-}
-
-// Copies `count` ASCII bytes into units.
-inline void widenASCII(ZBWChar *out, const uint8_t *bytes, size_t count) {
-  size_t done = 0;
-#if defined(__SSE2__)
-  const __m128i zero = _mm_setzero_si128();
-  for (; count - done >= 16; done += 16) {
-    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + done));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + done), _mm_unpacklo_epi8(block, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out + done + 8), _mm_unpackhi_epi8(block, zero));
-  }
-#endif
-  for (; done < count; ++done)
-    out[done] = bytes[done];
-}
-
-// Copies `count` ASCII units into bytes.
-inline void narrowASCII(uint8_t *out, const ZBWChar *units, size_t count) {
-  size_t done = 0;
-#if defined(__SSE2__)
-  for (; count - done >= 8; done += 8) {
-    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(units + done));
-    _mm_storel_epi64(reinterpret_cast<__m128i *>(out + done), _mm_packus_epi16(block, block));
-  }
-#endif
-  for (; done < count; ++done)
-    out[done] = static_cast<uint8_t>(units[done]);
-}
-
 template <>
-void UnitWriter<ZBWChar>::putASCII(const uint8_t *bytes, size_t run) {
+size_t UnitWriter<ZBWChar>::putASCIIRun(const uint8_t *bytes, size_t remaining) {
+  const size_t run = zb::utf::asciiRunLength(bytes, remaining);
   if (count < capacity)
-    widenASCII(destination + count, bytes, run < capacity - count ? run : capacity - count);
+    zb::utf::widenASCIIRun(destination + count, bytes,
+                           run < capacity - count ? run : capacity - count);
   count += run;
+  return run;
 }
+
+// Output into a destination with a unit of room for every source byte: no
+// sequence gives more units than it has bytes, so nothing is checked and the
+// ASCII runs are widened as they are found, by `widen` (one of the block
+// widening functions).
+template <size_t (*widen)(ZBWChar *, const uint8_t *, size_t)>
+struct RoomyUnitWriter {
+  ZBWChar *destination;
+  size_t count = 0;
+
+  void put(uint32_t unit) { destination[count++] = static_cast<ZBWChar>(unit); }
+  // Inlined always, so that the AVX2 loop inlines its widening in turn.
+  __attribute__((always_inline)) size_t putASCIIRun(const uint8_t *bytes, size_t remaining) {
+    const size_t run = widen(destination + count, bytes, remaining);
+    count += run;
+    return run;
+  }
+};
 
 void reportErrors(size_t *outErrorCount, size_t errors) {
   if (outErrorCount != nullptr)
     *outErrorCount = errors;
+}
+
+void encodeUTF8(uint32_t value, size_t length, uint8_t *out) {
+  switch (length) {
+  case 1: out[0] = static_cast<uint8_t>(value); break;
+  case 2:
+    out[0] = static_cast<uint8_t>(0xC0 | (value >> 6));
+    out[1] = static_cast<uint8_t>(0x80 | (value & 0x3F));
+    break;
+  case 3:
+    out[0] = static_cast<uint8_t>(0xE0 | (value >> 12));
+    out[1] = static_cast<uint8_t>(0x80 | ((value >> 6) & 0x3F));
+    out[2] = static_cast<uint8_t>(0x80 | (value & 0x3F));
+    break;
+  default:
+    out[0] = static_cast<uint8_t>(0xF0 | (value >> 18));
+    out[1] = static_cast<uint8_t>(0x80 | ((value >> 12) & 0x3F));
+    out[2] = static_cast<uint8_t>(0x80 | ((value >> 6) & 0x3F));
+    out[3] = static_cast<uint8_t>(0x80 | (value & 0x3F));
+    break;
+  }
 }
 
 // Writes UTF-8 with sticky truncation: once a character does not fit, the
@@ -188,53 +160,77 @@ public:
   void put(uint32_t value, size_t length) {
     if (destination_ != nullptr) {
       if (capacity_ - count_ >= length)
-        encode(value, length, destination_ + count_);
+        encodeUTF8(value, length, destination_ + count_);
       else
         destination_ = nullptr;
     }
     count_ += length;
   }
 
-  // `count` ASCII units: each fits while there is room, then the rest is
-  // dropped as for any character that does not fit.
-  void putASCII(const ZBWChar *units, size_t count) {
+  // Takes the run of ASCII units at the start of `units`: each fits while
+  // there is room, then the rest is dropped as for any character that does
+  // not fit. Returns the run's length.
+  size_t putASCIIRun(const ZBWChar *units, size_t remaining) {
+    const size_t run = zb::utf::asciiRunLength(units, remaining);
     if (destination_ != nullptr) {
       const size_t room = capacity_ - count_;
-      narrowASCII(destination_ + count_, units, count < room ? count : room);
-      if (count > room)
+      zb::utf::narrowASCIIRun(destination_ + count_, units, run < room ? run : room);
+      if (run > room)
         destination_ = nullptr;
     }
-    count_ += count;
+    count_ += run;
+    return run;
+  }
+
+  // A unit from 0x80 up that converts.
+  void putWide(uint32_t unit) { put(unit, unit < 0x800 ? 2 : 3); }
+
+  size_t count() const { return count_; }
+
+private:
+  uint8_t *destination_; // null once dropped
+  size_t capacity_;
+  size_t count_ = 0;
+};
+
+// UTF-8 output into a destination with three bytes of room for every unit,
+// the most one unit needs: nothing is checked and the ASCII runs are
+// narrowed as they are found, by `narrow` (one of the block narrowing
+// functions).
+template <size_t (*narrow)(uint8_t *, const ZBWChar *, size_t)>
+class RoomyUTF8Writer {
+public:
+  explicit RoomyUTF8Writer(char *destination)
+      : destination_(reinterpret_cast<uint8_t *>(destination)) {}
+
+  void put(uint32_t value, size_t length) {
+    encodeUTF8(value, length, destination_ + count_);
+    count_ += length;
+  }
+  void putWide(uint32_t unit) {
+    uint8_t *out = destination_ + count_;
+    if (unit < 0x800) {
+      out[0] = static_cast<uint8_t>(0xC0 | (unit >> 6));
+      out[1] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
+      count_ += 2;
+    } else {
+      out[0] = static_cast<uint8_t>(0xE0 | (unit >> 12));
+      out[1] = static_cast<uint8_t>(0x80 | ((unit >> 6) & 0x3F));
+      out[2] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
+      count_ += 3;
+    }
+  }
+  // Inlined always, so that the AVX2 loop inlines its narrowing in turn.
+  __attribute__((always_inline)) size_t putASCIIRun(const ZBWChar *units, size_t remaining) {
+    const size_t run = narrow(destination_ + count_, units, remaining);
+    count_ += run;
+    return run;
   }
 
   size_t count() const { return count_; }
 
 private:
-  static void encode(uint32_t value, size_t length, uint8_t *out) {
-    switch (length) {
-    case 1:
-      out[0] = static_cast<uint8_t>(value);
-      break;
-    case 2:
-      out[0] = static_cast<uint8_t>(0xC0 | (value >> 6));
-      out[1] = static_cast<uint8_t>(0x80 | (value & 0x3F));
-      break;
-    case 3:
-      out[0] = static_cast<uint8_t>(0xE0 | (value >> 12));
-      out[1] = static_cast<uint8_t>(0x80 | ((value >> 6) & 0x3F));
-      out[2] = static_cast<uint8_t>(0x80 | (value & 0x3F));
-      break;
-    default:
-      out[0] = static_cast<uint8_t>(0xF0 | (value >> 18));
-      out[1] = static_cast<uint8_t>(0x80 | ((value >> 12) & 0x3F));
-      out[2] = static_cast<uint8_t>(0x80 | ((value >> 6) & 0x3F));
-      out[3] = static_cast<uint8_t>(0x80 | (value & 0x3F));
-      break;
-    }
-  }
-
-  uint8_t *destination_; // null once dropped
-  size_t capacity_;
+  uint8_t *destination_;
   size_t count_ = 0;
 };
 
@@ -250,32 +246,50 @@ inline bool isUnconvertibleUnit(uint32_t unit) { return (unit & 0xD800) == 0xD80
 
 } // namespace
 
-extern "C" size_t ZBUTF8ToUTF16(ZBWChar *destination, size_t capacity, const char *source,
-                                size_t length, uint32_t flags, size_t *outErrorCount) noexcept {
-  const auto *bytes = reinterpret_cast<const uint8_t *>(source);
-  if (bytes == nullptr)
-    length = 0;
-  const bool latin1Fallback = (flags & ZBUTFFlagLatin1Fallback) != 0;
-  UnitWriter<ZBWChar> out{destination, destination != nullptr ? capacity : 0};
-  size_t errors = 0;
+namespace {
+
+// The UTF-8 to UTF-16 loop, for any of the writers above; returns the
+// number of units.
+template <typename Writer>
+__attribute__((always_inline)) inline size_t
+utf8ToUTF16(Writer &out, const uint8_t *bytes, size_t length, bool latin1Fallback, size_t &errors) {
   size_t position = 0;
   while (position < length) {
     const uint8_t lead = bytes[position];
     if (lead < 0x80) {
-      const size_t run = asciiRunLength(bytes + position, length - position);
-      out.putASCII(bytes + position, run);
-      position += run;
+      // A lone space or stop between words of another script is put as it
+      // is; longer runs go a block at a time.
+      if (length - position < 2 || bytes[position + 1] >= 0x80) {
+        out.put(lead);
+        ++position;
+      } else {
+        position += out.putASCIIRun(bytes + position, length - position);
+      }
       continue;
     }
-    // Well-formed two-byte sequences, most of the rest of European text,
-    // take the short way.
-    if (lead >= 0xC2 && lead < 0xE0 && length - position >= 2 &&
-        isContinuation(bytes[position + 1])) {
+    // Well-formed two-byte sequences (most of the rest of European text)
+    // and three-byte ones (most of Asian text) take the short way. Neither
+    // depends on the Latin-1 fallback: their lead is followed by a
+    // continuation byte.
+    const size_t remaining = length - position;
+    if (lead >= 0xC2 && lead < 0xE0 && remaining >= 2 && isContinuation(bytes[position + 1])) {
       out.put(twoByteValue(lead, bytes[position + 1]));
       position += 2;
       continue;
     }
-    const Sequence sequence = readSequence(bytes + position, length - position, latin1Fallback);
+    if (lead >= 0xE0 && lead < 0xF0 && remaining >= 3 && isContinuation(bytes[position + 1]) &&
+        isContinuation(bytes[position + 2])) {
+      const uint32_t value = (uint32_t(lead & 0x0F) << 12) |
+                             (uint32_t(bytes[position + 1] & 0x3F) << 6) |
+                             (bytes[position + 2] & 0x3F);
+      if (isAcceptedThreeByteValue(value))
+        out.put(value);
+      else
+        ++errors;
+      position += 3;
+      continue;
+    }
+    const Sequence sequence = readSequence(bytes + position, remaining, latin1Fallback);
     position += sequence.length;
     switch (sequence.kind) {
     case SequenceKind::Error:
@@ -304,8 +318,46 @@ extern "C" size_t ZBUTF8ToUTF16(ZBWChar *destination, size_t capacity, const cha
     }
     }
   }
-  reportErrors(outErrorCount, errors);
   return out.count;
+}
+
+size_t roomyUTF8ToUTF16(ZBWChar *destination, const uint8_t *bytes, size_t length,
+                        bool latin1Fallback, size_t &errors) {
+  RoomyUnitWriter<zb::utf::widenASCIIRun> out{destination};
+  return utf8ToUTF16(out, bytes, length, latin1Fallback, errors);
+}
+
+#if defined(ZB_UTF_X86)
+__attribute__((target("avx2"))) size_t roomyUTF8ToUTF16AVX2(ZBWChar *destination,
+                                                            const uint8_t *bytes, size_t length,
+                                                            bool latin1Fallback, size_t &errors) {
+  RoomyUnitWriter<zb::utf::widenASCIIRunAVX2> out{destination};
+  return utf8ToUTF16(out, bytes, length, latin1Fallback, errors);
+}
+#endif
+
+} // namespace
+
+extern "C" size_t ZBUTF8ToUTF16(ZBWChar *destination, size_t capacity, const char *source,
+                                size_t length, uint32_t flags, size_t *outErrorCount) noexcept {
+  const auto *bytes = reinterpret_cast<const uint8_t *>(source);
+  if (bytes == nullptr)
+    length = 0;
+  const bool latin1Fallback = (flags & ZBUTFFlagLatin1Fallback) != 0;
+  size_t errors = 0;
+  size_t count;
+  if (destination == nullptr || capacity < length) {
+    UnitWriter<ZBWChar> out{destination, destination != nullptr ? capacity : 0};
+    count = utf8ToUTF16(out, bytes, length, latin1Fallback, errors);
+  }
+#if defined(ZB_UTF_X86)
+  else if (zb::utf::hasAVX2())
+    count = roomyUTF8ToUTF16AVX2(destination, bytes, length, latin1Fallback, errors);
+#endif
+  else
+    count = roomyUTF8ToUTF16(destination, bytes, length, latin1Fallback, errors);
+  reportErrors(outErrorCount, errors);
+  return count;
 }
 
 extern "C" size_t ZBUTF8ToUTF32(uint32_t *destination, size_t capacity, const char *source,
@@ -329,28 +381,72 @@ extern "C" size_t ZBUTF8ToUTF32(uint32_t *destination, size_t capacity, const ch
   return out.count;
 }
 
+namespace {
+
+// The UTF-16 to UTF-8 loop, for any of the UTF-8 writers above; returns the
+// number of bytes.
+template <typename Writer>
+__attribute__((always_inline)) inline size_t utf16ToUTF8(Writer &out, const ZBWChar *source,
+                                                         size_t length, size_t &errors) {
+  for (size_t index = 0; index < length;) {
+    const uint32_t unit = static_cast<uint16_t>(source[index]);
+    if (unit < 0x80) {
+      // As for UTF-8 reading: a lone ASCII unit is put as it is.
+      if (length - index < 2 || static_cast<uint16_t>(source[index + 1]) >= 0x80) {
+        out.put(unit, 1);
+        ++index;
+      } else {
+        index += out.putASCIIRun(source + index, length - index);
+      }
+      continue;
+    }
+    // A run of units of another script, each two or three bytes.
+    uint32_t wide = unit;
+    do {
+      ++index;
+      if (isUnconvertibleUnit(wide))
+        ++errors;
+      else
+        out.putWide(wide);
+    } while (index < length && (wide = static_cast<uint16_t>(source[index])) >= 0x80);
+  }
+  return out.count();
+}
+
+size_t roomyUTF16ToUTF8(char *destination, const ZBWChar *source, size_t length, size_t &errors) {
+  RoomyUTF8Writer<zb::utf::narrowASCIIRun> out(destination);
+  return utf16ToUTF8(out, source, length, errors);
+}
+
+#if defined(ZB_UTF_X86)
+__attribute__((target("avx2"))) size_t
+roomyUTF16ToUTF8AVX2(char *destination, const ZBWChar *source, size_t length, size_t &errors) {
+  RoomyUTF8Writer<zb::utf::narrowASCIIRunAVX2> out(destination);
+  return utf16ToUTF8(out, source, length, errors);
+}
+#endif
+
+} // namespace
+
 extern "C" size_t ZBUTF16ToUTF8(char *destination, size_t capacity, const ZBWChar *source,
                                 size_t length, uint32_t /*flags*/, size_t *outErrorCount) noexcept {
   if (source == nullptr)
     length = 0;
-  UTF8Writer out(destination, capacity);
   size_t errors = 0;
-  for (size_t index = 0; index < length;) {
-    const uint32_t unit = static_cast<uint16_t>(source[index]);
-    if (unit < 0x80) {
-      const size_t run = asciiRunLength(source + index, length - index);
-      out.putASCII(source + index, run);
-      index += run;
-      continue;
-    }
-    ++index;
-    if (isUnconvertibleUnit(unit))
-      ++errors;
-    else
-      out.put(unit, utf8Length(unit));
+  size_t count;
+  // Three bytes of room a unit, checked without overflow.
+  if (destination == nullptr || capacity / 3 < length) {
+    UTF8Writer out(destination, capacity);
+    count = utf16ToUTF8(out, source, length, errors);
   }
+#if defined(ZB_UTF_X86)
+  else if (zb::utf::hasAVX2())
+    count = roomyUTF16ToUTF8AVX2(destination, source, length, errors);
+#endif
+  else
+    count = roomyUTF16ToUTF8(destination, source, length, errors);
   reportErrors(outErrorCount, errors);
-  return out.count();
+  return count;
 }
 
 extern "C" size_t ZBUTF32ToUTF8(char *destination, size_t capacity, const uint32_t *source,

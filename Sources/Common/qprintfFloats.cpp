@@ -344,11 +344,18 @@ bool renderThroughBuffer(qprintf_info *info, double value, int precision,
   char *end = convertPlain(buffer, buffer + sizeof buffer, value, precision, conversion);
   if (end == nullptr)
     return false;
+  // With no zeros to put between sign and digits and no "+" to add, the
+  // text is one run padded with spaces.
+  const bool plus = wantsPlus(*info, value);
+  if (!plus && ((info->flags & QPRINTF_FLAG_ZERO) == 0 || info->width <= 0)) {
+    *result = writeText(*info, buffer, size_t(end - buffer));
+    return true;
+  }
   // The sign stays apart from the digits: the "0" flag puts zeros between.
   const bool minus = buffer[0] == '-';
   Layout layout;
   layout.add(buffer + minus, size_t(end - buffer - minus));
-  *result = layout.write(info, minus ? "-" : wantsPlus(*info, value) ? "+" : "", true);
+  *result = layout.write(info, minus ? "-" : plus ? "+" : "", true);
   return true;
 }
 
