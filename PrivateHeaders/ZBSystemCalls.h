@@ -91,6 +91,9 @@
   /* Streams (zone files, the log's configuration file) */                     \
   X(_wfopen)                                                                    \
                                                                                 \
+  /* Processes */                                                               \
+  X(CreatePipe)                                                                 \
+                                                                                \
   /* Time zones */                                                              \
   X(GetDynamicTimeZoneInformation)                                              \
   X(EnumDynamicTimeZoneInformation)                                             \

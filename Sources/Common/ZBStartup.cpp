@@ -3,6 +3,7 @@
 // platform's library does not carry yet keep their place with no work, so
 // the order stays the one every build shares.
 #include "ZBLogPrivate.h"
+#include "ZBProcessPrivate.h"
 #include "ZBThreadPrivate.h"
 #include "ZBTimePrivate.h"
 #include "qprintfEngine.h"
@@ -24,7 +25,11 @@ constexpr StartupStep kStartupSteps[] = {
     {"system information", nullptr},
     {"backtraces", nullptr},
     {"format conversions", qprintf_builtins_init},
-    {"process path", nullptr},
+#if defined(_WIN32)
+    {"process path", _ZBProcessStartup},
+#else
+    {"process path", nullptr}, // the native build has no process services
+#endif
     {"dynamic libraries", nullptr},
     {"system information", nullptr},
     {"tracing configuration", nullptr},
