@@ -82,6 +82,93 @@ ZB_EXPORT ZBError ZBProcessGetMemoryUsage(ZBProcessMemoryUsage *out) ZB_NOEXCEPT
  */
 ZB_EXPORT ZBError ZBProcessCreatePipe(ZBFileDescriptor outPair[2]) ZB_NOEXCEPT;
 
+/** A program the library started; see ZBProcessSpawn. */
+typedef struct ZBProcess ZBProcess;
+
+/** Flags of ZBProcessAttributes. */
+enum {
+  /** Not killed with the parent, in a console process group of its own. */
+  ZBProcessSpawnDetached = 1,
+  /** The child's first window starts hidden. */
+  ZBProcessSpawnHideWindow = 2,
+  /** The child leads a new console process group (Ctrl+C does not reach it). */
+  ZBProcessSpawnNewProcessGroup = 4,
+  /** A path without "/" is looked up in the PATH of the child's environment. */
+  ZBProcessSpawnSearchPath = 8,
+  /** Batch files (".bat", ".cmd") may run, through cmd.exe. */
+  ZBProcessSpawnAllowBatchFiles = 16
+};
+
+/** How a child starts; all zero gives the parent's directory and descriptors. */
+typedef struct ZBProcessAttributes {
+  const char *workingDirectory;      /**< null: the parent's */
+  ZBFileDescriptor standardInput;    /**< 0: the parent's, else the null device */
+  ZBFileDescriptor standardOutput;   /**< 0: the parent's, else the null device */
+  ZBFileDescriptor standardError;    /**< 0: the parent's, else the null device */
+  const ZBFileDescriptor *inherited; /**< more descriptors the child receives, same values */
+  uint32_t inheritedCount;           /**< the number of `inherited` */
+  uint32_t flags;                    /**< ZBProcessSpawn... flags */
+} ZBProcessAttributes;
+
+/**
+ * Starts a program. The child receives its three standard descriptors and
+ * the listed ones, and nothing else the parent holds. Unless it is detached
+ * it dies with the parent, even when the parent crashes.
+ *
+ * @param path the program, in the library's path style.
+ * @param arguments null-terminated; arguments[0] becomes the child's argv[0].
+ *        They are quoted so that the child's C runtime gives back exactly
+ *        this array.
+ * @param environment null-terminated "NAME=value" entries, or null for the
+ *        library's environment. QUOVEX_CHILDPROCESS=1 is added, and the
+ *        system variables programs need where the entries lack them.
+ * @param attributes may be null.
+ * @param outProcess receives the child, released with ZBProcessFree.
+ * @return ZBErrorNone; ZBErrorInvalidArgument for a null or empty path, null
+ *         arguments or out pointer, an unknown flag, text that is not UTF-8
+ *         or an argument that a batch file could not receive safely;
+ *         ZBErrorInvalidHandle for an invalid descriptor; ZBErrorFileNotFound
+ *         when the program does not exist; ZBErrorUnsupported for a batch
+ *         file without ZBProcessSpawnAllowBatchFiles; ZBErrorNameTooLong when
+ *         the command line exceeds 32,766 UTF-16 units; ZBErrorAccessDenied,
+ *         ZBErrorNoMemory or another file code when the system refuses.
+ */
+ZB_EXPORT ZBError ZBProcessSpawn(const char *path, const char *const *arguments,
+                                 const char *const *environment,
+                                 const ZBProcessAttributes *attributes,
+                                 ZBProcess **outProcess) ZB_NOEXCEPT;
+
+/**
+ * Waits for a child to exit. Once it has, every call answers at once.
+ *
+ * @param timeoutNanoseconds negative waits for ever, 0 only looks.
+ * @param outExitCode may be null; receives the exit code, which for a
+ *        crashed child is its exception code (0xC0000005 and so on).
+ * @return ZBErrorNone; ZBErrorTimedOut when the child still runs;
+ *         ZBErrorInvalidArgument when `process` is null.
+ */
+ZB_EXPORT ZBError ZBProcessWait(ZBProcess *process, int64_t timeoutNanoseconds,
+                                uint32_t *outExitCode) ZB_NOEXCEPT;
+
+/**
+ * Ends a child at once with `exitCode`.
+ *
+ * @return ZBErrorNone; ZBErrorProcessNotFound when it has already exited;
+ *         ZBErrorInvalidArgument when `process` is null; ZBErrorAccessDenied
+ *         when the system refuses.
+ */
+ZB_EXPORT ZBError ZBProcessTerminate(ZBProcess *process, uint32_t exitCode) ZB_NOEXCEPT;
+
+/**
+ * The child's system process ID.
+ *
+ * @return the ID, or 0 when `process` is null.
+ */
+ZB_EXPORT uint32_t ZBProcessGetID(const ZBProcess *process) ZB_NOEXCEPT;
+
+/** Releases the record of a child; the child itself runs on. Null is ignored. */
+ZB_EXPORT void ZBProcessFree(ZBProcess *process) ZB_NOEXCEPT;
+
 ZB_EXTERN_C_END
 
 #endif /* ZENBOR_ZBPROCESS_H */

@@ -93,6 +93,10 @@
                                                                                 \
   /* Processes */                                                               \
   X(CreatePipe)                                                                 \
+  X(CreateProcessW)                                                             \
+  X(CreateJobObjectW)                                                           \
+  X(WaitForSingleObject)                                                        \
+  X(TerminateProcess)                                                           \
                                                                                 \
   /* Time zones */                                                              \
   X(GetDynamicTimeZoneInformation)                                              \
