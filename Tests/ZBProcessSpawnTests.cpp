@@ -6,6 +6,7 @@
 #include "ZBFileDescriptor.h"
 #include "ZBProcess.h"
 #include "ZBProcessPrivate.h"
+#include "ZBProcessTestVectors.h"
 #include "ZBTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -103,19 +104,11 @@ TEST(ZBProcessSpawn, ArgumentsReachTheChildUnchanged) {
     EXPECT_EQ(expectedArguments(arguments), result.output);
   }
 
-  const char *pieces[] = {"a",   "\\", "\\\\", "\"", " ", "\t", "\xc3\xa9", "\xf0\x9f\x98\x80",
-                          "\\\""};
   std::mt19937 random(42);
   for (int vector = 0; vector < 1000; ++vector) {
     std::vector<std::string> arguments{child, "args"};
-    const int count = static_cast<int>(random() % 5);
-    for (int i = 0; i < count; ++i) {
-      std::string argument;
-      const int length = static_cast<int>(random() % 7);
-      for (int j = 0; j < length; ++j)
-        argument += pieces[random() % (sizeof pieces / sizeof *pieces)];
+    for (const std::string &argument : zbtest::randomArguments(random))
       arguments.push_back(argument);
-    }
     const ChildRun result = run(child, arguments);
     ASSERT_EQ(ZBErrorNone, result.error);
     ASSERT_EQ(expectedArguments(arguments), result.output) << vector;

@@ -5,6 +5,7 @@
 #include "ZBAlloc.h"
 #include "ZBFileDescriptor.h"
 #include "ZBProcessPrivate.h"
+#include "ZBProcessTestVectors.h"
 #include "ZBSystemCallInjection.h"
 #include "ZBTestSupport.h"
 
@@ -123,18 +124,12 @@ TEST(ZBProcess, QuotingIsTheExactInverseOfSplitting) {
   std::wstring line;
   EXPECT_FALSE(appendArgument(line, L"a\"b", true));
 
-  const wchar_t *pieces[] = {L"a",  L"\\",     L"\\\\",       L"\"",  L" ",
-                             L"\t", L"\u00e9", L"\U0001F600", L"\\\""};
   std::mt19937 random(17);
   for (int vector = 0; vector < 1000; ++vector) {
     Arguments arguments{L"prog"};
-    const int count = static_cast<int>(random() % 6);
-    for (int i = 0; i < count; ++i) {
-      std::wstring argument;
-      const int length = static_cast<int>(random() % 8);
-      for (int j = 0; j < length; ++j)
-        argument += pieces[random() % (sizeof pieces / sizeof *pieces)];
-      arguments.push_back(argument);
+    for (const std::string &argument : zbtest::randomArguments(random)) {
+      arguments.emplace_back();
+      ASSERT_TRUE(zb::process::wideOf(argument.c_str(), arguments.back()));
     }
     const std::wstring commandLine = commandLineOf(arguments);
     ASSERT_EQ(arguments, parseCommandLine(commandLine.c_str()))
