@@ -1,6 +1,7 @@
 // What the process sources share with start-up and with the tests: the
 // caching of the executable's path at load, the Microsoft C runtime's
-// command-line rules in both directions, and a child's environment block.
+// command-line rules in both directions, a child's environment block, and
+// the machine's figures read at load.
 #pragma once
 
 #include "ZBError.h"
@@ -11,6 +12,9 @@
 // Reads the executable's path once, at load, into the cache that
 // ZBProcessCopyCurrentPath answers from.
 void _ZBProcessStartup() noexcept;
+
+// Reads the machine's figures once, at load, for ZBSystemGetInfo.
+void _ZBSystemStartup() noexcept;
 
 namespace zb::process {
 

@@ -28,10 +28,14 @@ constexpr StartupStep kStartupSteps[] = {
 #if defined(_WIN32)
     {"process path", _ZBProcessStartup},
 #else
-    {"process path", nullptr}, // the native build has no process services
+    {"process path", nullptr},       // the native build has no process services
 #endif
     {"dynamic libraries", nullptr},
-    {"system information", nullptr},
+#if defined(_WIN32)
+    {"system information", _ZBSystemStartup},
+#else
+    {"system information", nullptr}, // the native build has no system services
+#endif
     {"tracing configuration", nullptr},
 };
 
