@@ -36,6 +36,38 @@ typedef struct ZBSystemInfo {
 ZB_EXPORT ZBError ZBSystemGetInfo(ZBSystemInfo *out) ZB_NOEXCEPT;
 
 /**
+ * The processor's brand string, without the blanks around it, such as
+ * "AMD Ryzen 9 7950X 16-Core Processor".
+ *
+ * @return a new UTF-8 string from the default zone, released with _ZBFree;
+ *         null when the processor names no brand or memory runs out.
+ */
+ZB_EXPORT char *ZBSystemCopyCPUBrand(void) ZB_NOEXCEPT;
+
+/** The time one logical processor spent in each state since start-up. */
+typedef struct ZBSystemCPUTimes {
+  int64_t userNanoseconds;   /**< running programs */
+  int64_t kernelNanoseconds; /**< running the system, idle time excluded */
+  int64_t idleNanoseconds;   /**< idle */
+} ZBSystemCPUTimes;
+
+/**
+ * The times of each logical processor of the calling thread's processor
+ * group. Kernel time excludes idle time, as on POSIX systems.
+ *
+ * @param out receives one record per processor; may be null when
+ *        `capacity` is 0.
+ * @param capacity the number of records `out` holds.
+ * @param outCount receives the number of processors, also on
+ *        ZBErrorBufferTooSmall.
+ * @return ZBErrorNone; ZBErrorBufferTooSmall when `capacity` is short;
+ *         ZBErrorInvalidArgument when `outCount` is null, or `out` is null
+ *         with a capacity; ZBErrorGeneric when the system cannot report.
+ */
+ZB_EXPORT ZBError ZBSystemGetCPUTimes(ZBSystemCPUTimes *out, uint32_t capacity,
+                                      uint32_t *outCount) ZB_NOEXCEPT;
+
+/**
  * Whether a compatibility layer such as Wine runs the process rather than
  * Windows itself, so that a caller can explain a difference in behaviour.
  *

@@ -1,10 +1,13 @@
 // The machine's figures against the system's own answers.
 #include "ZBSystem.h"
 
+#include "ZBAlloc.h"
+
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
+#include <string>
 #include <vector>
 
 TEST(ZBSystem, InfoMatchesTheSystemsOwnFigures) {
@@ -50,4 +53,44 @@ TEST(ZBSystem, InfoMatchesTheSystemsOwnFigures) {
 TEST(ZBSystem, EmulationIsWinesPresence) {
   const bool wine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
   EXPECT_EQ(wine, ZBSystemIsEmulated());
+}
+
+TEST(ZBSystem, CPUBrandIsTrimmedText) {
+  char *brand = ZBSystemCopyCPUBrand();
+  ASSERT_NE(nullptr, brand);
+  const std::string text = brand;
+  _ZBFree(brand);
+  ASSERT_FALSE(text.empty());
+  EXPECT_NE(' ', text.front());
+  EXPECT_NE(' ', text.back());
+}
+
+TEST(ZBSystem, CPUTimesSumToTheSystemsTimes) {
+  uint32_t count = 0;
+  ASSERT_EQ(ZBErrorBufferTooSmall, ZBSystemGetCPUTimes(nullptr, 0, &count));
+  ASSERT_GE(count, 1u);
+  std::vector<ZBSystemCPUTimes> times(count);
+  FILETIME idle, kernel, user;
+  ASSERT_TRUE(GetSystemTimes(&idle, &kernel, &user));
+  ASSERT_EQ(ZBErrorNone, ZBSystemGetCPUTimes(times.data(), count, &count));
+  auto nanoseconds = [](const FILETIME &t) {
+    return static_cast<int64_t>((static_cast<uint64_t>(t.dwHighDateTime) << 32) | t.dwLowDateTime) *
+           100;
+  };
+  int64_t sumUser = 0, sumKernel = 0, sumIdle = 0;
+  for (const ZBSystemCPUTimes &t : times) {
+    EXPECT_GE(t.kernelNanoseconds, 0);
+    sumUser += t.userNanoseconds;
+    sumKernel += t.kernelNanoseconds;
+    sumIdle += t.idleNanoseconds;
+  }
+  // Read a moment apart: the sums are later, by at most a second per processor.
+  const int64_t slack = 1000000000LL * count;
+  EXPECT_NEAR(static_cast<double>(nanoseconds(user)), static_cast<double>(sumUser), slack);
+  EXPECT_NEAR(static_cast<double>(nanoseconds(idle)), static_cast<double>(sumIdle), slack);
+  EXPECT_NEAR(static_cast<double>(nanoseconds(kernel) - nanoseconds(idle)),
+              static_cast<double>(sumKernel), slack);
+
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBSystemGetCPUTimes(times.data(), count, nullptr));
+  EXPECT_EQ(ZBErrorInvalidArgument, ZBSystemGetCPUTimes(nullptr, 1, &count));
 }
