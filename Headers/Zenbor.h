@@ -27,6 +27,7 @@
 #include "ZBSocket.h"
 #include "ZBSocketAddress.h"
 #include "ZBString.h"
+#include "ZBSystem.h"
 #include "ZBThread.h"
 #include "ZBTime.h"
 #include "ZBTimeZone.h"

@@ -91,6 +91,13 @@
   /* Streams (zone files, the log's configuration file) */                     \
   X(_wfopen)                                                                    \
                                                                                 \
+  /* Processes */                                                               \
+  X(CreatePipe)                                                                 \
+  X(CreateProcessW)                                                             \
+  X(CreateJobObjectW)                                                           \
+  X(WaitForSingleObject)                                                        \
+  X(TerminateProcess)                                                           \
+                                                                                \
   /* Time zones */                                                              \
   X(GetDynamicTimeZoneInformation)                                              \
   X(EnumDynamicTimeZoneInformation)                                             \

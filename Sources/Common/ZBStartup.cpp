@@ -5,6 +5,7 @@
 #include "ZBLibraryPrivate.h"
 #include "ZBLogPrivate.h"
 #include "ZBPlatform.h"
+#include "ZBProcessPrivate.h"
 #include "ZBThreadPrivate.h"
 #include "ZBTimePrivate.h"
 #include "ZBTracePrivate.h"
@@ -27,13 +28,16 @@ constexpr StartupStep kStartupSteps[] = {
     {"system information", nullptr},
     {"backtraces", zb::platform::prepareBacktraces},
     {"format conversions", qprintf_builtins_init},
-    {"process path", nullptr},
 #if defined(_WIN32)
+    {"process path", _ZBProcessStartup},
     {"dynamic libraries", _ZBLibraryStartup},
+    {"system information", _ZBSystemStartup},
 #else
+    // The native build has no process, library or system services.
+    {"process path", nullptr},
     {"dynamic libraries", nullptr},
-#endif
     {"system information", nullptr},
+#endif
     {"tracing configuration", _ZBTraceStartup},
 };
 

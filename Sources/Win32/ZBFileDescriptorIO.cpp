@@ -1,6 +1,7 @@
 // Reads and writes: plain, at an offset (the 64-bit offset travels in an
 // OVERLAPPED record) and gathered. A zero count never reaches the system,
-// and a read that meets the end of the file is a read of 0 bytes.
+// and a read that meets the end of the file is a read of 0 bytes; so is a
+// read from a pipe whose write ends are all closed, as POSIX read answers.
 #include "ZBFileDescriptor.h"
 
 #include "ZBErrorMapping.h"
@@ -23,7 +24,7 @@ ZBError readFrom(ZBFileDescriptor fd, void *buffer, uint32_t count, OVERLAPPED *
   DWORD bytes = 0;
   if (!zb::gSystemCalls.ReadFile(handleOf(fd), buffer, count, &bytes, overlapped)) {
     const DWORD error = GetLastError();
-    if (error != ERROR_HANDLE_EOF)
+    if (error != ERROR_HANDLE_EOF && error != ERROR_BROKEN_PIPE)
       return __ZBIOErrorFromWinError(error);
   }
   if (outBytesRead != nullptr)
