@@ -34,6 +34,8 @@ R trampoline(A... arguments) {
   if (call == gFailAt.load()) {
     gFailedEntry = Index;
     const Failure *failure = failureOf(Index);
+    if (failure->releases)
+      (gReal.*Member)(arguments...);
     SetLastError(failure->error);
     WSASetLastError(static_cast<int>(failure->error));
     return resultAs<R>(failure->result);
@@ -131,7 +133,7 @@ const std::vector<Failure> &failureTable() {
       {kWSAStartup, WSASYSNOTREADY, WSASYSNOTREADY},
       {kWSAIoctl, kSocketError, WSAENOBUFS},
       {ksocket, static_cast<intptr_t>(INVALID_SOCKET), WSAEMFILE},
-      {kclosesocket, kSocketError, WSAENETDOWN},
+      {kclosesocket, kSocketError, WSAENETDOWN, true},
       {kioctlsocket, kSocketError, WSAENETDOWN},
       {kbind, kSocketError, WSAEADDRINUSE},
       {klisten, kSocketError, WSAENOBUFS},

@@ -33,6 +33,9 @@ struct Failure {
   Entry entry;
   intptr_t result;
   DWORD error;
+  // A release fails after it has let go of the object (closesocket), so
+  // the real call runs before the failure is answered.
+  bool releases = false;
 };
 
 const char *entryName(Entry entry);

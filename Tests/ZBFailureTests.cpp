@@ -5,6 +5,8 @@
 #include "ZBAlloc.h"
 #include "ZBFile.h"
 #include "ZBFileDescriptor.h"
+#include "ZBSocket.h"
+#include "ZBSocketAddress.h"
 
 #include "ZBFailureHarness.h"
 #include "ZBFileTestSupport.h"
@@ -182,5 +184,41 @@ TEST_F(ZBFailureTest, MemoryMap) {
                },
                {}});
 }
+
+TEST_F(ZBFailureTest, SocketPairSendReceiveAndLocalhost) {
+  expectClean({"socket pair/localhost",
+               []() -> ZBError {
+                 ZBSocket pair[2] = {};
+                 const ZBError made = ZBSocketCreatePair(1, SOCK_STREAM, 0, 0, pair);
+                 if (made != 0)
+                   return made;
+                 char received[8] = {};
+                 uint32_t count = 0;
+                 ZBSocketAddressInfo *list = nullptr;
+                 const ZBError error = firstError(
+                     [&] { return ZBSocketSend(pair[1], "hello", 5, 0, &count); },
+                     [&]() -> ZBError {
+                       const ZBError got = ZBSocketReceive(pair[0], received, 5, 0, &count);
+                       return got != 0 ? got
+                              : (count == 5 && std::memcmp(received, "hello", 5) == 0)
+                                  ? ZBErrorNone
+                                  : ZBErrorGeneric;
+                     },
+                     [&] { return ZBSocketAddressResolveInfo("localhost", "80", nullptr, &list); });
+                 ZBSocketAddressFreeInfoList(list);
+                 const ZBError first = ZBSocketClose(pair[0]);
+                 const ZBError second = ZBSocketClose(pair[1]);
+                 return error != 0 ? error : first != 0 ? first : second;
+               },
+               // The pair's accepted end drops the listener's event selection
+               // and takes its blocking mode; a failure there is logged and
+               // the accepted socket still works. The pair's listener is
+               // closed once both ends exist; its close failing spoils
+               // nothing.
+               {kWSAEventSelect, kioctlsocket, kclosesocket}});
+}
+
+// Each family's spawn-with-pipes sequence joins the list here when the
+// process family lands: one TEST_F with its scenario.
 
 } // namespace
