@@ -6,6 +6,7 @@
 #include <winsock2.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <type_traits>
 #include <utility>
 
@@ -19,6 +20,16 @@ std::atomic<size_t> gFailedEntry{kEntryCount};
 
 ZBBaseAllocator gRealAllocator;
 std::atomic<int64_t> gLiveBytes{0};
+std::atomic<size_t> gAllocations{0}; // recoverable requests seen
+std::atomic<size_t> gFailAllocationAt{0};
+std::atomic<bool> gFailSmall{false};
+
+// True when this request is the one chosen to fail.
+bool allocationFails(size_t size) {
+  if (size < kRecoverableAllocation)
+    return gFailSmall.exchange(false);
+  return gAllocations.fetch_add(1) + 1 == gFailAllocationAt.load();
+}
 
 template <typename R>
 R resultAs(intptr_t value) {
@@ -49,24 +60,32 @@ auto makeTrampoline(R (*)(A...)) {
 }
 
 void *countingMalloc(size_t size) {
+  if (allocationFails(size))
+    return nullptr;
   void *block = gRealAllocator.malloc(size);
   if (block)
     gLiveBytes += static_cast<int64_t>(gRealAllocator.mallocSize(block));
   return block;
 }
 int countingMemalign(void **out, size_t alignment, size_t size) {
+  if (allocationFails(size))
+    return ENOMEM;
   const int result = gRealAllocator.posixMemalign(out, alignment, size);
   if (result == 0)
     gLiveBytes += static_cast<int64_t>(gRealAllocator.mallocSize(*out));
   return result;
 }
 void *countingCalloc(size_t count, size_t size) {
+  if (allocationFails(count * size))
+    return nullptr;
   void *block = gRealAllocator.calloc(count, size);
   if (block)
     gLiveBytes += static_cast<int64_t>(gRealAllocator.mallocSize(block));
   return block;
 }
 void *countingRealloc(void *pointer, size_t size) {
+  if (allocationFails(size))
+    return nullptr;
   const int64_t before = pointer ? static_cast<int64_t>(gRealAllocator.mallocSize(pointer)) : 0;
   void *block = gRealAllocator.realloc(pointer, size);
   if (block)
@@ -205,6 +224,8 @@ Harness::~Harness() {
 
 int64_t Harness::liveBytes() { return gLiveBytes.load(); }
 
+void Harness::failNextSmallAllocation() { gFailSmall = true; }
+
 Outcome Harness::drive(const Scenario &scenario) {
   Outcome outcome;
   auto fault = [&](size_t k, const std::string &what) {
@@ -217,20 +238,29 @@ Outcome Harness::drive(const Scenario &scenario) {
   if (ZBError error = scenario.run(); error != 0)
     fault(0, "clean run failed with " + std::to_string(error));
   gCalls = 0;
+  gAllocations = 0;
   scenario.run();
   const size_t count = gCalls.load();
-  for (size_t k = 1; k <= count; ++k) {
+  const size_t allocations = gAllocations.load();
+  // System calls first, then recoverable allocations, each failed alone.
+  for (size_t k = 1; k <= count + allocations; ++k) {
+    const bool callFails = k <= count;
     const auto handlesBefore = handleCount();
     const int64_t bytesBefore = liveBytes();
     gCalls = 0;
+    gAllocations = 0;
     gFailedEntry = kEntryCount;
-    gFailAt = k;
+    (callFails ? gFailAt : gFailAllocationAt) = callFails ? k : k - count;
     const ZBError error = scenario.run();
     gFailAt = 0;
-    ++outcome.failurePoints;
+    gFailAllocationAt = 0;
+    ++(callFails ? outcome.failurePoints : outcome.allocationPoints);
     const auto failed = static_cast<Entry>(gFailedEntry.load());
-    if (error == 0 && failed != kEntryCount && scenario.fallbacks.count(failed) == 0)
+    if (callFails && error == 0 && failed != kEntryCount && scenario.fallbacks.count(failed) == 0)
       fault(k, "the failure was not reported");
+    if (!callFails && error != ZBErrorNoMemory)
+      fault(k, "allocation " + std::to_string(k - count) + " failed; the code was " +
+                   std::to_string(error) + ", not ZBErrorNoMemory");
     if (const auto handles = handleCount(); handles != handlesBefore)
       fault(k, "handles " + std::to_string(handlesBefore.first) + " -> " +
                    std::to_string(handles.first) + ", next handle " +

@@ -52,8 +52,12 @@ struct Scenario {
   std::set<Entry> fallbacks;
 };
 
+// Requests from this size up fail with a code; smaller ones end the process.
+constexpr size_t kRecoverableAllocation = 1024;
+
 struct Outcome {
   size_t failurePoints = 0;
+  size_t allocationPoints = 0;     // recoverable allocations failed one by one
   std::vector<std::string> faults; // one line per failed check
 };
 
@@ -66,6 +70,10 @@ public:
   Harness &operator=(const Harness &) = delete;
 
   Outcome drive(const Scenario &scenario);
+
+  // Makes the next allocation of fewer than kRecoverableAllocation bytes
+  // fail (for the death test of the small-request policy).
+  static void failNextSmallAllocation();
 
   // Bytes and blocks the base allocator holds right now for the library.
   static int64_t liveBytes();

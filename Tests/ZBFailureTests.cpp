@@ -5,11 +5,14 @@
 #include "ZBAlloc.h"
 #include "ZBFile.h"
 #include "ZBFileDescriptor.h"
+#include "ZBLog.h"
+#include "qprintf.h"
 #include "ZBSocket.h"
 #include "ZBSocketAddress.h"
 
 #include "ZBFailureHarness.h"
 #include "ZBFileTestSupport.h"
+#include "ZBTestSupport.h"
 
 #include <cstdio>
 #include <cstring>
@@ -33,7 +36,8 @@ protected:
   void expectClean(const Scenario &scenario) {
     Harness harness;
     const Outcome outcome = harness.drive(scenario);
-    std::printf("[ failure points ] %-28s %zu\n", scenario.name, outcome.failurePoints);
+    std::printf("[ failure points ] %-28s %3zu system calls, %zu allocations\n", scenario.name,
+                outcome.failurePoints, outcome.allocationPoints);
     EXPECT_GT(outcome.failurePoints, 0u) << scenario.name;
     for (const std::string &fault : outcome.faults)
       ADD_FAILURE() << fault;
@@ -76,6 +80,19 @@ TEST_F(ZBFailureTest, TheHarnessCatchesAPlantedLeak) {
   }
   EXPECT_TRUE(handleLeak);
   EXPECT_TRUE(memoryLeak);
+}
+
+// A small request the base cannot meet, inside a library call, ends the
+// process with the policy's Fatal line.
+TEST(ZBFailureHarnessDeathTest, ASmallAllocationFailureIsFatal) {
+  const std::string lines = zbtest::logOfDyingProcess([] {
+    ZB_LOG_INFO("small allocations fail from here on");
+    Harness harness;
+    Harness::failNextSmallAllocation();
+    char *copy = nullptr;
+    qasprintf(&copy, "%d", 42);
+  });
+  EXPECT_NE(std::string::npos, lines.find("FATAL: Failed on small malloc")) << lines;
 }
 
 TEST_F(ZBFailureTest, FileOpenWriteReadSeekTruncateInfoClose) {
