@@ -235,6 +235,24 @@ TEST_F(ZBFailureTest, SocketPairSendReceiveAndLocalhost) {
                {kWSAEventSelect, kioctlsocket, kclosesocket}});
 }
 
+int32_t countInterface(void *context, const ZBSocketInterface *) {
+  ++*static_cast<int *>(context);
+  return 0;
+}
+
+TEST_F(ZBFailureTest, InterfaceEnumeration) {
+  expectClean({"interface enumeration",
+               []() -> ZBError {
+                 int interfaces = 0;
+                 const ZBError error = ZBSocketInterfacesApply(0, countInterface, &interfaces);
+                 return error != 0 ? error : interfaces > 0 ? ZBErrorNone : ZBErrorGeneric;
+               },
+               // An unreadable IPv6 list means a system without IPv6; the
+               // interface indexes are found by probes where a failure
+               // means "not this index".
+               {ksocket, kWSAIoctl, ksetsockopt, kconnect, kclosesocket}});
+}
+
 // Each family's spawn-with-pipes sequence joins the list here when the
 // process family lands: one TEST_F with its scenario.
 
