@@ -4,6 +4,7 @@
 // time. Also proves the harness itself catches a leak.
 #include "ZBAlloc.h"
 #include "ZBFile.h"
+#include "ZBEnvironment.h"
 #include "ZBFileDescriptor.h"
 #include "ZBLog.h"
 #include "qprintf.h"
@@ -233,6 +234,23 @@ TEST_F(ZBFailureTest, SocketPairSendReceiveAndLocalhost) {
                // closed once both ends exist; its close failing spoils
                // nothing.
                {kWSAEventSelect, kioctlsocket, kclosesocket}});
+}
+
+TEST_F(ZBFailureTest, ApplicationDirectories) {
+  expectClean({"application directories",
+               []() -> ZBError {
+                 ZBEnvironmentSetAppCachesDirectory(nullptr); // computed afresh each run
+                 char *caches = ZBEnvironmentCopyAppCachesDirectory();
+                 char *temporary = ZBEnvironmentCopyAppTemporaryDirectory();
+                 const ZBError error =
+                     caches != nullptr && temporary != nullptr ? ZBErrorNone : ZBErrorGeneric;
+                 _ZBFree(caches);
+                 _ZBFree(temporary);
+                 return error;
+               },
+               // Both are created with their parents: a parent the probe
+               // cannot see is created, and an existing one is no error.
+               {kGetFileAttributesW}});
 }
 
 int32_t countInterface(void *context, const ZBSocketInterface *) {
