@@ -222,8 +222,10 @@ extern "C" ZBError ZBSocketInterfacesApply(uint32_t options, ZBSocketInterfaceFu
     return error;
   const size_t ipv4Count = addresses.size();
   if (wantIPv6) {
+    // A system without IPv6 still lists its IPv4 addresses; running out
+    // of memory is no such answer.
     const ZBError error = readAddressList(AF_INET6, addresses);
-    if (error != ZBErrorNone && ipv6Only)
+    if (error != ZBErrorNone && (ipv6Only || error == ZBErrorNoMemory))
       return error;
   }
   findInterfaceIndexes(addresses);
