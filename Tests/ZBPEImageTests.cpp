@@ -33,11 +33,11 @@ void putText(std::vector<uint8_t> &bytes, size_t at, const std::string &text) {
   std::memcpy(bytes.data() + at, text.c_str(), text.size() + 1);
 }
 
-struct SectionSpec {
+struct SectionLayout {
   const char *name; // at most 8 bytes
   uint32_t virtualAddress, virtualSize, rawOffset, rawSize;
 };
-const SectionSpec kSections[] = {
+const SectionLayout kSections[] = {
     {".text", 0x1000, 0x180, 0x400, 0x200},
     {".idata", 0x2000, 0x120, 0x600, 0x200},
     {"/4", 0x3000, 0x80, 0x800, 0x200},
@@ -65,13 +65,13 @@ std::vector<uint8_t> makeImage() {
   put32(bytes, kOptional + 120, 0x2000); // the import directory
   put32(bytes, kOptional + 124, 60);
   for (size_t i = 0; i < std::size(kSections); ++i) {
-    const SectionSpec &spec = kSections[i];
+    const SectionLayout &section = kSections[i];
     const size_t header = kSectionTable + 40 * i;
-    std::memcpy(bytes.data() + header, spec.name, std::strlen(spec.name));
-    put32(bytes, header + 8, spec.virtualSize);
-    put32(bytes, header + 12, spec.virtualAddress);
-    put32(bytes, header + 16, spec.rawSize);
-    put32(bytes, header + 20, spec.rawOffset);
+    std::memcpy(bytes.data() + header, section.name, std::strlen(section.name));
+    put32(bytes, header + 8, section.virtualSize);
+    put32(bytes, header + 12, section.virtualAddress);
+    put32(bytes, header + 16, section.rawSize);
+    put32(bytes, header + 20, section.rawOffset);
   }
   // Import descriptors at RVA 0x2000 (file 0x600): names at 0x2100, 0x2110.
   put32(bytes, 0x600 + 12, 0x2100);

@@ -15,7 +15,8 @@ constexpr uint64_t kAttributeName = 0x03;
 constexpr uint64_t kAttributeLowPC = 0x11;
 constexpr uint64_t kAttributeHighPC = 0x12;
 constexpr uint64_t kAttributeAbstractOrigin = 0x31;
-constexpr uint64_t kAttributeSpecification = 0x47;
+constexpr uint64_t kAttributeDeclarationOf =
+    0x47; // a definition names the declaration it completes
 constexpr uint64_t kAttributeRanges = 0x55;
 constexpr uint64_t kAttributeLinkageName = 0x6E;
 constexpr uint64_t kAttributeMIPSLinkageName = 0x2007;
@@ -33,7 +34,7 @@ struct Unit {
 };
 
 // Moves past an abbreviation's (attribute, form) pairs and their end.
-bool skipAttributeSpecifications(Reader &table) noexcept {
+bool skipAttributeForms(Reader &table) noexcept {
   for (uint64_t attribute = table.uleb(), form = table.uleb(); attribute != 0 || form != 0;
        attribute = table.uleb(), form = table.uleb()) {
     if (form == kFormImplicitConst)
@@ -64,7 +65,7 @@ bool findAbbreviation(const Unit &unit, uint64_t code, Reader &out, uint64_t &ta
       return !table.failed();
     }
     table.u8(); // children
-    if (!skipAttributeSpecifications(table))
+    if (!skipAttributeForms(table))
       return false;
   }
   return false;
@@ -81,7 +82,7 @@ void indexAbbreviations(Unit &unit) noexcept {
       unit.index[code] = static_cast<uint32_t>(offset + 1);
     table.uleb(); // tag
     table.u8();   // children
-    if (!skipAttributeSpecifications(table))
+    if (!skipAttributeForms(table))
       return;
   }
 }
@@ -93,7 +94,7 @@ struct Entry {
   uint64_t lowPC, highPC, ranges;
   bool hasLowPC, hasHighPC, highIsOffset, hasRanges;
   std::string_view name, linkageName;
-  uint64_t reference; // specification or abstract origin, unit-relative
+  uint64_t reference; // the declaration completed or the abstract origin, unit-relative
   bool hasReference;
 };
 
@@ -134,7 +135,7 @@ bool readEntry(const Unit &unit, Reader &reader, uint64_t code, Entry &entry) no
     case kAttributeName: entry.name = value.text; break;
     case kAttributeLinkageName:
     case kAttributeMIPSLinkageName: entry.linkageName = value.text; break;
-    case kAttributeSpecification:
+    case kAttributeDeclarationOf:
     case kAttributeAbstractOrigin:
       entry.reference = value.number;
       entry.hasReference = value.isReference;
