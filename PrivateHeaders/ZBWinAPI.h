@@ -46,12 +46,34 @@ struct PlaceholderFunctions {
 // Looked up once; both null unless the system has both.
 const PlaceholderFunctions &placeholderFunctions() noexcept;
 
+// The data of ntdll's load and unload notifications, which the system
+// headers lack.
+struct LoaderCountedString {
+  USHORT length; // in bytes
+  USHORT capacity;
+  const wchar_t *buffer;
+};
+struct LoaderNotificationData {
+  ULONG flags;
+  const LoaderCountedString *fullName;
+  const LoaderCountedString *baseName;
+  PVOID base;
+  ULONG size;
+};
+constexpr ULONG kLoaderNotificationLoaded = 1; // the other reason is an unload
+
 // ntdll's LdrRegisterDllNotification, looked up once; null where missing.
-// The notification's data is declared where it is used.
-using LdrDllNotificationFunction = VOID(CALLBACK *)(ULONG reason, const void *data, PVOID context);
+using LdrDllNotificationFunction = VOID(CALLBACK *)(ULONG reason,
+                                                    const LoaderNotificationData *data,
+                                                    PVOID context);
 using LdrRegisterDllNotificationFunction = LONG(NTAPI *)(ULONG flags,
                                                          LdrDllNotificationFunction function,
                                                          PVOID context, PVOID *cookie);
 LdrRegisterDllNotificationFunction ldrRegisterDllNotification() noexcept;
+
+// True under Wine, which identifies itself by an ntdll export. Wine exports
+// some functions it does not implement (calling one ends the process), so
+// under Wine only the long-standing entry points are used.
+bool runningUnderWine() noexcept;
 
 } // namespace zb::winapi

@@ -110,34 +110,20 @@ ZBError visitSections(const void *imageBase, Visit visit) noexcept {
   return namesResult;
 }
 
-// The data of ntdll's load and unload notifications.
-struct CountedWideString {
-  USHORT length; // in bytes
-  USHORT capacity;
-  const wchar_t *buffer;
-};
-struct LoaderNotification {
-  ULONG flags;
-  const CountedWideString *fullName;
-  const CountedWideString *baseName;
-  PVOID base;
-  ULONG size;
-};
-constexpr ULONG kImageLoaded = 1;
-
 struct NotificationRegistration {
   ZBImageNotificationCallback callback;
   void *context;
   PVOID cookie;
 };
 
-VOID CALLBACK notify(ULONG reason, const void *data, PVOID context) {
-  const auto *notification = static_cast<const LoaderNotification *>(data);
+VOID CALLBACK notify(ULONG reason, const zb::winapi::LoaderNotificationData *notification,
+                     PVOID context) {
   const auto *registration = static_cast<const NotificationRegistration *>(context);
   const zb::Owned<char> path(
       zb::module::copyUTF8(notification->fullName->buffer, notification->fullName->length / 2));
-  registration->callback(reason == kImageLoaded, path != nullptr ? path.get() : "",
-                         notification->base, notification->size, registration->context);
+  registration->callback(reason == zb::winapi::kLoaderNotificationLoaded,
+                         path != nullptr ? path.get() : "", notification->base, notification->size,
+                         registration->context);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 // each slot carries a sequence number, odd while it changes, so a reader
 // never trusts a slot it saw half-written.
 #include "ZBModuleTable.h"
+#include "ZBWinAPI.h"
 
 #include <psapi.h>
 #include <windows.h>
@@ -93,23 +94,10 @@ void remove(uintptr_t base) noexcept {
       publish(slot, CodeRange{0, 0, nullptr, 0});
 }
 
-// The loader's notification, declared here because the system headers lack it.
-constexpr ULONG kDllLoaded = 1;
-struct DllNotificationData {
-  ULONG flags;
-  const void *fullName;
-  const void *baseName;
-  void *base;
-  ULONG sizeOfImage;
-};
-using DllNotification = VOID(CALLBACK *)(ULONG reason, const DllNotificationData *data,
-                                         PVOID context);
-using RegisterDllNotification = LONG(NTAPI *)(ULONG flags, DllNotification callback, PVOID context,
-                                              PVOID *cookie);
-
-VOID CALLBACK onDllNotification(ULONG reason, const DllNotificationData *data, PVOID) {
+VOID CALLBACK onDllNotification(ULONG reason, const zb::winapi::LoaderNotificationData *data,
+                                PVOID) {
   const auto base = reinterpret_cast<uintptr_t>(data->base);
-  if (reason == kDllLoaded)
+  if (reason == zb::winapi::kLoaderNotificationLoaded)
     add(base);
   else
     remove(base);
@@ -118,12 +106,9 @@ VOID CALLBACK onDllNotification(ULONG reason, const DllNotificationData *data, P
 bool fill() noexcept {
   // Registered before the walk, so that no module loaded meanwhile is missed;
   // the walk skips what the notification already added.
-  if (HMODULE ntdll = GetModuleHandleW(L"ntdll.dll")) {
-    auto registerNotification = reinterpret_cast<RegisterDllNotification>(
-        reinterpret_cast<void *>(GetProcAddress(ntdll, "LdrRegisterDllNotification")));
+  if (const auto registerNotification = zb::winapi::ldrRegisterDllNotification()) {
     PVOID cookie = nullptr;
-    if (registerNotification != nullptr)
-      registerNotification(0, onDllNotification, nullptr, &cookie);
+    registerNotification(0, onDllNotification, nullptr, &cookie);
   }
   HMODULE loaded[kSlotCount];
   DWORD bytes = 0;

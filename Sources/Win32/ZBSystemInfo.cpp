@@ -5,6 +5,7 @@
 #include "ZBSystem.h"
 
 #include "ZBProcessPrivate.h"
+#include "ZBWinAPI.h"
 
 #include <windows.h>
 
@@ -91,11 +92,9 @@ void _ZBSystemStartup() noexcept {
     memory.dwLength = sizeof memory;
     if (GlobalMemoryStatusEx(&memory))
       info.physicalMemoryBytes = memory.ullTotalPhys;
-    const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-    if (ntdll != nullptr) {
+    if (const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll"))
       readVersion(ntdll, info);
-      sEmulated = GetProcAddress(ntdll, "wine_get_version") != nullptr;
-    }
+    sEmulated = zb::winapi::runningUnderWine();
     sInfo = info;
   } catch (...) {
     // Out of memory at load: the core and package counts stay 0.

@@ -4,15 +4,13 @@
 #include <initializer_list>
 
 namespace zb::winapi {
-namespace {
 
-// Wine exports some functions it does not implement (calling one ends the
-// process), so under Wine only the long-standing entry points are used.
-// Wine identifies itself by this ntdll export.
 bool runningUnderWine() noexcept {
   HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
   return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
 }
+
+namespace {
 
 // Newer functions live in kernelbase.dll; kernel32.dll forwards some of them.
 FARPROC kernelFunction(const char *name) noexcept {
