@@ -32,6 +32,17 @@ void prepare() noexcept;
 // the table holds it.
 bool find(uintptr_t address, CodeRange &out) noexcept;
 
+// Held while a caller reads modules found in the table (their unwind tables
+// and code): a module's unload waits until no reader holds one, so no image
+// is unmapped under a walk. Takes no lock; an unload only spins meanwhile.
+class ReadGuard {
+public:
+  ReadGuard() noexcept;
+  ~ReadGuard();
+  ReadGuard(const ReadGuard &) = delete;
+  ReadGuard &operator=(const ReadGuard &) = delete;
+};
+
 // The function-table entry covering `address` in `range`, by binary search;
 // null when the address has none (a leaf function).
 const RUNTIME_FUNCTION *functionEntry(const CodeRange &range, uintptr_t address) noexcept;

@@ -29,6 +29,7 @@ struct Slot {
 };
 
 Slot sSlots[kSlotCount];
+std::atomic<uint32_t> sReaders{0};
 std::atomic_flag sWriting = ATOMIC_FLAG_INIT;
 
 class WriterGuard {
@@ -87,11 +88,19 @@ void add(uintptr_t base) noexcept {
     publish(*free, range);
 }
 
+// Called by the loader before it unmaps the image: once the slot is empty no
+// new reader finds it, and the readers that may already hold it are waited
+// for.
 void remove(uintptr_t base) noexcept {
-  WriterGuard guard;
-  for (Slot &slot : sSlots)
-    if (slot.base.load(std::memory_order_relaxed) == base)
-      publish(slot, CodeRange{0, 0, nullptr, 0});
+  {
+    WriterGuard guard;
+    for (Slot &slot : sSlots)
+      if (slot.base.load(std::memory_order_relaxed) == base)
+        publish(slot, CodeRange{0, 0, nullptr, 0});
+  }
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  while (sReaders.load(std::memory_order_seq_cst) != 0)
+    SwitchToThread();
 }
 
 VOID CALLBACK onDllNotification(ULONG reason, const zb::winapi::LoaderNotificationData *data,
@@ -137,6 +146,10 @@ void prepare() noexcept {
   static const bool sFilled = fill();
   (void)sFilled;
 }
+
+ReadGuard::ReadGuard() noexcept { sReaders.fetch_add(1, std::memory_order_seq_cst); }
+
+ReadGuard::~ReadGuard() { sReaders.fetch_sub(1, std::memory_order_release); }
 
 bool find(uintptr_t address, CodeRange &out) noexcept {
   for (const Slot &slot : sSlots) {

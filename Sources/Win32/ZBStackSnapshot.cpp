@@ -343,6 +343,7 @@ uint32_t unwind(const Snapshot &snapshot, void **frames, uint32_t capacity) noex
   if (frames == nullptr || capacity == 0)
     return 0;
   const StackView stack(snapshot.stackPointer, snapshot.bytes, snapshot.copied);
+  const modules::ReadGuard modulesStayMapped;
   Registers registers = registersOf(snapshot.registers);
   uint32_t count = 0;
   frames[count++] = reinterpret_cast<void *>(registers.rip);
