@@ -449,7 +449,8 @@ TEST_F(ZBEnvironmentDirectory, TemporaryDirectoryInTempDir) {
   ASSERT_EQ(ZBErrorNone, ZBDirectoryCreateTemporaryInTempDir("runXXXXXX", &path));
   const std::string made = take(path);
   EXPECT_EQ(root_ + "tmp/run", made.substr(0, made.size() - 6));
-  EXPECT_EQ(std::string::npos, made.find('X', made.size() - 6)) << made;
+  // The template's Xs are replaced; a random letter may itself be an X.
+  EXPECT_NE("XXXXXX", made.substr(made.size() - 6)) << made;
   EXPECT_TRUE(isDirectory(made));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBDirectoryCreateTemporaryInTempDir(nullptr, nullptr));
   EXPECT_EQ(ZBErrorInvalidArgument, ZBDirectoryCreateTemporaryInTempDir("abc", &path));
